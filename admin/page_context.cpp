@@ -1,0 +1,6 @@
+#include "admin/page_context.h"
+
+ColumnText datasource;
+ColumnText logonuser;
+ColumnText logonauth;
+ColumnText isamuser;

@@ -1,0 +1,215 @@
+#include "admin/rights.h"
+
+#include "admin/connection.h"
+#include "admin/error_page.h"
+#include "admin/grants.h"
+#include "admin/html_kit.h"
+#include "admin/odbc.h"
+#include "admin/page_frame.h"
+#include "admin/table_name.h"
+#include "common/text.h"
+
+#include <cstring>
+#include <sql.h>
+
+namespace {
+
+// Holds the query below with four of the longest user names.
+constexpr int query_size = 2048;
+
+constexpr const char *list_headers[] = {"Catalog", "Schema", "Table",  "Grantor", "Grantee",
+                                        "Select",  "Insert", "Update", "Delete"};
+constexpr int first_name_column = 1, last_name_column = 3;
+constexpr int grantor_column = 4, grantee_column = 5;
+constexpr int first_privilege_column = 6;
+
+void choose_user(const FormField *form_fields)
+{
+    const char *user = getvalue(form_fields, "isamuser");
+    const char *drawn_for = getvalue(form_fields, "last_datasource");
+    bool is_of_this_source = user && drawn_for && strcmp(drawn_for, datasource) == 0;
+    copy_text(isamuser, is_of_this_source ? user : "");
+}
+
+void output_user_option(int socket, PageBuffer &page, const ColumnText &user)
+{
+    if (!isamuser[0])
+        copy_text(isamuser, user);
+    if (strcmp(user, isamuser) == 0)
+        http_printf(socket, page, "<option selected value=\"%s\">%s</option>\n", html_attribute(user).text,
+                    html_text(user).text);
+    else
+        http_printf(socket, page, "<option value=\"%s\">%s</option>\n", html_attribute(user).text,
+                    html_text(user).text);
+}
+
+void output_user_options(PageContext &context, PageBuffer &page)
+{
+    if (!execute(context.stmt, "select username from nordvale.system.user order by 1;"))
+        diagnostic_text(SQL_HANDLE_STMT, context.stmt);
+    while (succeeded(SQLFetch(context.stmt))) {
+        ColumnText user;
+        if (read_column(context.stmt, 1, user) && strcmp(user, context.dbo_user) != 0)
+            output_user_option(context.request->socket, page, user);
+    }
+}
+
+void output_buttons(int socket, PageBuffer &page)
+{
+    http_printf(socket, page, "<br>&nbsp;<br>");
+    http_printf(socket, page, TABLE_BEGIN_NOBORDER);
+    http_printf(socket, page, "<tr>\n");
+    // Two tags without their ">", on purpose: browsers end the tag at the next one, and whoever reads the pages by
+    // program knows these bytes.
+    http_printf(socket, page, "%s<input type=submit name=rights_grant value=\"Grant All\"%s\n", DETAIL_TDBEGIN,
+                DETAIL_TDEND);
+    http_printf(socket, page, "%s<input type=submit name=rights_revoke value=\"Revoke All\"%s\n", DETAIL_TDBEGIN,
+                DETAIL_TDEND);
+    http_printf(socket, page, "%s<input type=submit name=submit_selection value=\"Submit Selection\">%s\n",
+                DETAIL_TDBEGIN, DETAIL_TDEND);
+    http_printf(socket, page, "</tr>\n");
+    http_printf(socket, page, TABLE_END);
+}
+
+int apply_action(PageContext &context, PageBuffer &page, const FormField *form_fields)
+{
+    if (getvalue(form_fields, "rights_revoke"))
+        return revoke_all(context, page, isamuser);
+    if (getvalue(form_fields, "rights_grant"))
+        return grant_all(context, page);
+    if (getvalue(form_fields, "submit_selection"))
+        return submit_selection(context, page, form_fields);
+    return 0;
+}
+
+// The user name goes into the query as it is: a name with a quote makes the query fail, and the failure is shown.
+bool query_privileges(SQLHSTMT statement)
+{
+    char query[query_size];
+    return format_text(
+               query,
+               "select a.catalog, a.schema, a.table, b.grantor, b.grantee, b.privilege, c.privilege, d.privilege,"
+               " e.privilege   from nordvale.system.table a  "
+               "   left outer join nordvale.system.tableprv b on a.catalog = b.catalog and a.schema = b.schema and"
+               "       a.table = b.table and b.privilege = 'SELECT' and b.grantee = '%s' "
+               "   left outer join nordvale.system.tableprv c on a.catalog = c.catalog and a.schema = c.schema and"
+               "       a.table = c.table and c.privilege = 'INSERT' and c.grantee = '%s' "
+               "   left outer join nordvale.system.tableprv d on a.catalog = d.catalog and a.schema = d.schema and"
+               "       a.table = d.table and d.privilege = 'UPDATE' and d.grantee = '%s' "
+               "   left outer join nordvale.system.tableprv e on a.catalog = e.catalog and a.schema = e.schema and"
+               "       a.table = e.table and e.privilege = 'DELETE' and e.grantee = '%s'",
+               isamuser, isamuser, isamuser, isamuser) &&
+           execute(statement, query);
+}
+
+void output_list_header(int socket, PageBuffer &page)
+{
+    http_printf(socket, page, "&nbsp;<br>Permissions currently allowed for user <strong>%s</strong>.",
+                html_text(isamuser).text);
+    http_printf(socket, page, "<br>&nbsp;<br>");
+    http_printf(socket, page, TABLE_BEGIN);
+    http_printf(socket, page, "<tr>\n");
+    for (const char *label : list_headers)
+        http_printf(socket, page, "%s%s%s\n", HEADER_TDBEGIN, label, HEADER_TDEND);
+    http_printf(socket, page, "</tr>\n");
+}
+
+void output_cell(int socket, PageBuffer &page, const char *value)
+{
+    http_printf(socket, page, "%s%s%s", DETAIL_TDBEGIN, value, DETAIL_TDEND);
+}
+
+void output_names(PageContext &context, PageBuffer &page, TableName &name)
+{
+    ColumnText *const columns[] = {&name.catalog, &name.schema, &name.table};
+    for (int column = first_name_column; column <= last_name_column; column++) {
+        ColumnText &text = *columns[column - first_name_column];
+        read_shown_column(context.stmt, column, text);
+        output_cell(context.request->socket, page, text[0] ? html_text(text).text : "&nbsp;");
+    }
+}
+
+// Both come with the select privilege alone, so an empty one says something and stays empty, unlike an empty name.
+void output_grantor_and_grantee(PageContext &context, PageBuffer &page)
+{
+    for (int column : {grantor_column, grantee_column}) {
+        ColumnText text;
+        read_shown_column(context.stmt, column, text);
+        output_cell(context.request->socket, page, html_text(text).text);
+    }
+}
+
+void output_checkboxes(PageContext &context, PageBuffer &page, const RowKey &key)
+{
+    int column = first_privilege_column;
+    for (const char *privilege : privileges) {
+        ColumnText held;
+        read_shown_column(context.stmt, column++, held);
+        // Unquoted, so that browsers read "ON checked" as a value and the attribute that ticks the box.
+        http_printf(context.request->socket, page, "%s<input type=checkbox name=\"%s_%s\" value=%s></input>%s\n",
+                    DETAIL_TDBEGIN_CENTER, html_attribute(key).text, privilege, held[0] ? "ON checked" : "OFF",
+                    DETAIL_TDEND);
+    }
+}
+
+void output_table_row(PageContext &context, PageBuffer &page)
+{
+    TableName name;
+    RowKey key;
+    http_printf(context.request->socket, page, "<tr>\n");
+    output_names(context, page, name);
+    output_grantor_and_grantee(context, page);
+    build_row_key(name, key);
+    output_checkboxes(context, page, key);
+    http_printf(context.request->socket, page, "</tr>\n");
+}
+
+}
+
+int output_user(PageContext &context, PageBuffer &page, const FormField *form_fields)
+{
+    if (int result = uri_reset(context, page); result < 0)
+        return result;
+    choose_user(form_fields);
+    int socket = context.request->socket;
+    http_printf(socket, page, "<tr>\n");
+    http_printf(socket, page, "%sIsam User%s\n", HEADER_TDBEGIN, HEADER_TDEND);
+    http_printf(socket, page, "%s<select name=isamuser size=1>\n", DETAIL_TDBEGIN);
+    output_user_options(context, page);
+    http_printf(socket, page, "</select>\n");
+    http_printf(socket, page, "<input type=hidden name=last_isamuser value=%s>\n", html_unquoted(isamuser).text);
+    http_printf(socket, page, DETAIL_TDEND);
+    http_printf(socket, page, "%s<input type=submit name=rights_refresh value=\"Refresh\">%s\n", DETAIL_TDBEGIN,
+                DETAIL_TDEND);
+    http_printf(socket, page, "</tr>\n");
+    SQLCloseCursor(context.stmt);
+    return 0;
+}
+
+int display_rights(PageContext &context, PageBuffer &page, FormField *form_fields)
+{
+    output_buttons(context.request->socket, page);
+    if (int result = uri_reset(context, page); result < 0)
+        return result;
+    if (int result = apply_action(context, page, form_fields); result < 0)
+        return result;
+    // A list that failed has shown its error page; the page goes on behind it all the same.
+    display_rights_list(context, page);
+    return append_template(context, page, "rightshelp.html");
+}
+
+int display_rights_list(PageContext &context, PageBuffer &page)
+{
+    if (int result = uri_reset(context, page); result < 0)
+        return result;
+    if (!query_privileges(context.stmt))
+        return report_failure(context, page, "SQLTables", SQL_HANDLE_STMT, context.stmt);
+    int socket = context.request->socket;
+    output_list_header(socket, page);
+    while (succeeded(SQLFetch(context.stmt)))
+        output_table_row(context, page);
+    SQLCloseCursor(context.stmt);
+    http_printf(socket, page, TABLE_END);
+    http_printf(socket, page, "<br>&nbsp;<br>\n");
+    return 0;
+}

@@ -1,0 +1,108 @@
+#include "common/text.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+struct Entity {
+    char character;
+    const char *spelling;
+};
+
+constexpr Entity entities[] = {
+    {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}, {'\'', "&#39;"}, {'`', "&#96;"}, {'=', "&#61;"},
+};
+
+void put_bytes(TextWriter &writer, const char *bytes, size_t count)
+{
+    if (writer.overflow || count >= writer.out.size() - writer.length) {
+        writer.overflow = true;
+        return;
+    }
+    memcpy(writer.out.data() + writer.length, bytes, count);
+    writer.length += count;
+    writer.out[writer.length] = 0;
+}
+
+const char *entity_of(char character)
+{
+    for (const Entity &entity : entities)
+        if (entity.character == character)
+            return entity.spelling;
+    return nullptr;
+}
+
+}
+
+TextWriter::TextWriter(std::span<char> buffer) : out(buffer)
+{
+    out[0] = 0;
+}
+
+bool copy_text(std::span<char> out, const char *text)
+{
+    TextWriter writer{out};
+    put(writer, text);
+    return !writer.overflow;
+}
+
+bool format_text(std::span<char> out, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    int length = vsnprintf(out.data(), out.size(), format, arguments);
+    va_end(arguments);
+    if (length >= 0 && size_t(length) < out.size())
+        return true;
+    out[0] = 0;
+    return false;
+}
+
+void put(TextWriter &writer, const char *text)
+{
+    put_bytes(writer, text, strlen(text));
+}
+
+void put(TextWriter &writer, char character)
+{
+    put_bytes(writer, &character, 1);
+}
+
+void put_sql_name(TextWriter &writer, const char *name)
+{
+    put(writer, '"');
+    for (; *name; name++) {
+        if (*name == '"')
+            put(writer, '"');
+        put(writer, *name);
+    }
+    put(writer, '"');
+}
+
+void escape_html(std::span<char> out, const char *text, const char *special)
+{
+    TextWriter writer{out};
+    for (; *text; text++)
+        if (strchr(special, *text))
+            put(writer, entity_of(*text));
+        else
+            put(writer, *text);
+}
+
+char *quote_string(std::span<char> text)
+{
+    size_t length = strlen(text.data());
+    auto quotes = size_t(std::count(text.begin(), text.begin() + ptrdiff_t(length), '\''));
+    if (length + quotes >= text.size())
+        return nullptr;
+    // From the end, so that no character is overwritten before it has been moved.
+    char *in = text.data() + length, *out = in + quotes;
+    for (*out = 0; in != out;) {
+        *--out = *--in;
+        if (*in == '\'')
+            *--out = '\'';
+    }
+    return text.data();
+}

@@ -1,0 +1,58 @@
+#include "server/reader.h"
+
+#include "server/dispatch.h"
+#include "server/log.h"
+#include "server/response.h"
+
+#include <cstring>
+#include <sys/select.h>
+#include <sys/socket.h>
+
+namespace {
+
+constexpr int seconds_to_first_data = 30;
+constexpr char header_end[] = "\r\n\r\n";
+
+// False when there will be none.
+bool wait_for_data(int socket)
+{
+    for (;;) {
+        fd_set readable, exceptional;
+        FD_ZERO(&readable);
+        FD_ZERO(&exceptional);
+        FD_SET(socket, &readable);
+        FD_SET(socket, &exceptional);
+        timeval limit = {seconds_to_first_data, 0};
+        if (select(socket + 1, &readable, nullptr, &exceptional, &limit) < 1)
+            return false;
+        if (FD_ISSET(socket, &exceptional)) {
+            log_printf("Exception on socket\n");
+            return false;
+        }
+        if (FD_ISSET(socket, &readable))
+            return true;
+    }
+}
+
+}
+
+void handle_request(int socket)
+{
+    if (!wait_for_data(socket))
+        return;
+    char request[request_size + 1] = "";
+    size_t filled = 0;
+    do {
+        ssize_t count = recv(socket, request + filled, request_size - filled, 0);
+        if (count < 0)
+            return;
+        filled += size_t(count);
+        request[filled] = 0;
+        if (filled >= request_size) {
+            send_error_response(socket, 413);
+            log_printf("Received request of %d bytes - too big", int(filled));
+            return;
+        }
+    } while (!memmem(request, filled, header_end, strlen(header_end)));
+    process_request(socket, request);
+}

@@ -1,0 +1,14 @@
+// Collects the header of one request from a connection.
+
+#pragma once
+
+// The most that a request's header, with what arrives of its body, may take.
+constexpr int request_size = 32768;
+
+// Waits up to 30 seconds for the first data on the socket, reads until the text holds a blank line (CR LF CR LF) and
+// passes it on to process_request. The socket stays the caller's.
+//
+// Returns without an answer when nothing comes in time or receiving fails. A client that closes its side before the
+// blank line is waited for: a zero-length receive is no end here. A header that fills the buffer ends the process
+// (send_error_response), so that the client sees its connection close.
+void handle_request(int socket);

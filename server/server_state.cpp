@@ -1,0 +1,4 @@
+#include "server/server_state.h"
+
+uint16_t nport;
+int is_nt;
