@@ -1,0 +1,29 @@
+import sys
+from pathlib import Path
+
+import pytest
+
+sys.path.insert(0, str(Path(__file__).parent))
+
+from support.server import RunningServer, install_html, write_product_ini  # noqa: E402
+
+
+@pytest.fixture
+def installed_html():
+    """The html folder as it is shipped, for this test to change."""
+    install_html()
+    write_product_ini()
+
+
+@pytest.fixture
+def running_server(installed_html):
+    server = RunningServer()
+    yield server
+    server.stop()
+
+
+@pytest.fixture
+def logging_server(installed_html):
+    server = RunningServer(logging=True)
+    yield server
+    server.stop()

@@ -1,0 +1,82 @@
+"""Embedded data sources for the tests: made anew, looked into, read back."""
+
+import os
+import subprocess
+from dataclasses import dataclass
+from pathlib import Path
+
+from support.server import BUILD
+
+ODBC_DIR = BUILD / "odbc"
+DRIVER = BUILD / "embedded" / "libtabwarden_isam.so"
+CREATE = BUILD / "embedded" / "isam_create"
+
+ADMINISTRATOR = "admin"
+PASSWORD = "manager"
+
+
+def configure_odbc(names, folder=ODBC_DIR, other_drivers=()):
+    """Registers the driver and the named data sources; other_drivers adds (source, driver) pairs that are only listed."""
+    folder.mkdir(parents=True, exist_ok=True)
+    drivers = ["NORDVALE_ISAM", *{driver for _, driver in other_drivers}]
+    (folder / "odbcinst.ini").write_text("".join(f"[{name}]\nDriver={DRIVER}\n\n" for name in drivers))
+    sources = [(name, "NORDVALE_ISAM") for name in names] + list(other_drivers)
+    (folder / "odbc.ini").write_text(
+        "".join(
+            f"[{name}]\nDriver={driver}\nDatabase={folder}/{name}.db\nStatementLog={folder}/{name}.log\n\n"
+            for name, driver in sources
+        )
+    )
+    os.environ["ODBCSYSINI"] = str(folder)
+    os.environ["ODBCINI"] = "/dev/null"
+
+
+@dataclass
+class Source:
+    """One data source. Statements run as the administrator unless another user is named."""
+
+    name: str
+    folder: Path = ODBC_DIR
+
+    @property
+    def database(self):
+        return self.folder / f"{self.name}.db"
+
+    @property
+    def log(self):
+        return self.folder / f"{self.name}.log"
+
+    def create(self):
+        self.remove()
+        subprocess.run([CREATE, self.database, ADMINISTRATOR], input=PASSWORD.encode() + b"\n", check=True)
+
+    def remove(self):
+        for suffix in ("", "-wal", "-shm"):
+            Path(f"{self.database}{suffix}").unlink(missing_ok=True)
+        self.log.unlink(missing_ok=True)
+
+    def connect(self, user=ADMINISTRATOR, password=PASSWORD):
+        import pyodbc
+
+        pyodbc.pooling = False
+        return pyodbc.connect(f"DSN={self.name};UID={user};PWD={password}", autocommit=True)
+
+    def execute(self, *statements, user=ADMINISTRATOR, password=PASSWORD):
+        connection = self.connect(user, password)
+        for statement in statements:
+            connection.execute(statement)
+        connection.close()
+
+    def rows(self, query, user=ADMINISTRATOR, password=PASSWORD):
+        connection = self.connect(user, password)
+        result = [tuple(row) for row in connection.execute(query).fetchall()]
+        connection.close()
+        return result
+
+    def forget_statements(self):
+        self.log.write_bytes(b"")
+
+    def statements(self):
+        """(user, outcome, statement) of what was executed since the log was last emptied."""
+        lines = self.log.read_text().splitlines()
+        return [tuple(line.split("\t")[1:4]) for line in lines]
