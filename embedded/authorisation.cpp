@@ -1,0 +1,178 @@
+#include "authorisation.h"
+
+#include "database.h"
+#include "handles.h"
+#include "registry.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <iterator>
+#include <string_view>
+
+struct PrivilegeName { unsigned privilege; const char *word, *recorded; };
+
+constexpr PrivilegeName privilege_names[] = {
+    {privilege_select, "select", "SELECT"}, {privilege_insert, "insert", "INSERT"},
+    {privilege_update, "update", "UPDATE"}, {privilege_delete, "delete", "DELETE"},
+};
+
+struct SystemTableRule { std::string_view table; unsigned administrator, others; };
+
+constexpr SystemTableRule system_table_rules[] = {
+    {"user", privilege_all, 0}, {"table", privilege_select, privilege_select},
+    {"sysinfo", privilege_select, privilege_select}, {"tableprv", privilege_select, 0},
+};
+
+// What SQLite does to its own tables while it creates or drops one.
+constexpr int definition_actions[] = {
+    SQLITE_CREATE_TABLE, SQLITE_CREATE_INDEX, SQLITE_DROP_TABLE, SQLITE_DROP_INDEX, SQLITE_READ,
+    SQLITE_INSERT, SQLITE_UPDATE, SQLITE_DELETE, SQLITE_REINDEX,
+};
+
+const char *privilege_word(unsigned privilege)
+{
+    for (const PrivilegeName &known : privilege_names)
+        if (known.privilege == privilege)
+            return known.word;
+    return "?";
+}
+
+const char *recorded_privilege(unsigned privilege)
+{
+    for (const PrivilegeName &known : privilege_names)
+        if (known.privilege == privilege)
+            return known.recorded;
+    return "?";
+}
+
+static int deny(Connection &connection, unsigned privilege, const std::string &table)
+{
+    if (connection.access.denial.empty())
+        connection.access.denial = "User " + connection.user + " does not have the " + privilege_word(privilege) +
+                                   " privilege on table " + table;
+    return SQLITE_DENY;
+}
+
+static int check_table(Connection &connection, unsigned privilege, const char *table)
+{
+    const std::vector<TableAccess> &tables = connection.access.tables;
+    auto found = std::find_if(tables.begin(), tables.end(), [&](const TableAccess &known) {
+        return table != nullptr && same_name(known.stored, table);
+    });
+    if (found == tables.end())
+        return deny(connection, privilege, table != nullptr ? table : "");
+    if ((found->privileges & privilege) == 0)
+        return deny(connection, privilege, found->shown);
+    return SQLITE_OK;
+}
+
+static int check_function(Connection &connection, const char *name)
+{
+    if (name == nullptr || !same_name(name, "load_extension"))
+        return SQLITE_OK;
+    connection.access.denial = "load_extension is not available";
+    return SQLITE_DENY;
+}
+
+static int check_change(Connection &connection, unsigned privilege, const char *table)
+{
+    int result = check_table(connection, privilege, table);
+    if (result == SQLITE_OK && connection.access.replaces)
+        result = check_table(connection, privilege_delete, table);
+    return result;
+}
+
+static int authorise(void *context, int action, const char *first, const char *second, const char *, const char *)
+{
+    Connection &connection = *static_cast<Connection *>(context);
+    if (!connection.access.guarded)
+        return SQLITE_OK;
+    if (connection.access.defines &&
+        std::find(std::begin(definition_actions), std::end(definition_actions), action) != std::end(definition_actions))
+        return SQLITE_OK;
+    switch (action) {
+    case SQLITE_SELECT:
+    case SQLITE_RECURSIVE: return SQLITE_OK;
+    case SQLITE_FUNCTION: return check_function(connection, second);
+    case SQLITE_READ: return check_table(connection, privilege_select, first);
+    case SQLITE_INSERT: return check_change(connection, privilege_insert, first);
+    case SQLITE_UPDATE: return check_change(connection, privilege_update, first);
+    case SQLITE_DELETE: return check_table(connection, privilege_delete, first);
+    default:
+        connection.access.denial = "The statement does what is not allowed here";
+        return SQLITE_DENY;
+    }
+}
+
+void install_authoriser(Connection &connection)
+{
+    sqlite3_set_authorizer(connection.database, authorise, &connection);
+}
+
+static unsigned granted_privileges(Connection &connection, const TableName &name)
+{
+    Query query(connection.database, "select privilege from \"nordvale.system.tableprv\" where catalog = ? and "
+                                     "schema = ? and \"table\" = ? and grantee in (?, 'public')");
+    unsigned privileges = 0;
+    bind(query, {name.catalog, name.schema, name.table, connection.user});
+    while (step(query))
+        for (const PrivilegeName &known : privilege_names)
+            if (text_column(query, 0) == known.recorded)
+                privileges |= known.privilege;
+    return privileges;
+}
+
+// False: there is no such table.
+static bool find_access(Connection &connection, const TableName &name, TableAccess &access)
+{
+    access.stored = stored_name(name);
+    access.shown = shown_name(name);
+    if (is_system_name(name)) {
+        for (const SystemTableRule &rule : system_table_rules) {
+            if (!same_name(rule.table, name.table))
+                continue;
+            access.privileges = connection.administrator ? rule.administrator : rule.others;
+            return true;
+        }
+        return false;
+    }
+    TableName registered;
+    if (!find_table(connection.database, name, registered))
+        return false;
+    access.shown = shown_name(registered);
+    access.privileges = connection.administrator ? unsigned{privilege_all} : granted_privileges(connection, name);
+    return true;
+}
+
+static bool user_exists(Connection &connection)
+{
+    Query query(connection.database, "select 1 from \"nordvale.system.user\" where username = ?");
+    bind(query, {connection.user});
+    return step(query);
+}
+
+SQLRETURN load_access(Connection &connection, Diagnostics &diagnostics, const TranslatedStatement &statement)
+{
+    connection.access = {};
+    connection.access.replaces = statement.replaces;
+    connection.access.defines =
+        statement.kind == StatementKind::create_table || statement.kind == StatementKind::drop_table;
+    if (!user_exists(connection))
+        return fail(diagnostics, "28000", "User " + connection.user + " no longer exists");
+    for (const TableName &name : statement.tables) {
+        TableAccess access;
+        if (find_access(connection, name, access))
+            connection.access.tables.push_back(access);
+        else if (!connection.access.defines)
+            return fail(diagnostics, "42S02", "There is no table " + shown_name(name));
+    }
+    return SQL_SUCCESS;
+}
+
+SQLRETURN require_administrator(Connection &connection, Diagnostics &diagnostics, const std::string &action)
+{
+    if (connection.administrator)
+        return SQL_SUCCESS;
+    return fail(diagnostics, "42000", "Only the administrator may " + action);
+}

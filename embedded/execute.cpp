@@ -1,0 +1,280 @@
+#include "execute.h"
+
+#include "database.h"
+#include "registry.h"
+#include "statement_log.h"
+#include "transaction.h"
+
+// Guards what runs between its two ends: only there the statement is the user's.
+struct Guard {
+    explicit Guard(Connection &guarded) : connection(guarded) { connection.access.guarded = true; }
+    ~Guard() { connection.access.guarded = false; }
+    Guard(const Guard &) = delete;
+    Guard &operator=(const Guard &) = delete;
+
+    Connection &connection;
+};
+
+static void replace_all(std::string &text, const std::string &what, const std::string &with)
+{
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + with.size()))
+        text.replace(at, what.size(), with);
+}
+
+// SQLite's message with the table names that the user knows, or the authoriser's reason.
+static SQLRETURN fail_readably(Statement &statement)
+{
+    Connection &connection = *statement.connection;
+    int code = sqlite3_extended_errcode(connection.database);
+    std::string message = sqlite3_errmsg(connection.database);
+    if ((code & 0xff) == SQLITE_AUTH && !connection.access.denial.empty())
+        return fail(statement.diagnostics, "42000", connection.access.denial, code);
+    std::string state(state_of(code, message));
+    for (const TableAccess &table : connection.access.tables)
+        replace_all(message, table.stored, table.shown);
+    return fail(statement.diagnostics, state, message, code);
+}
+
+static SQLRETURN compile(Statement &statement, const std::string &sql, Query &query)
+{
+    sqlite3 *database = statement.connection->database;
+    if (sqlite3_prepare_v2(database, sql.c_str(), static_cast<int>(sql.size()), &query.prepared, nullptr) != SQLITE_OK)
+        return fail_readably(statement);
+    if (query.prepared == nullptr)
+        return fail(statement.diagnostics, "42000", "There is no statement");
+    return SQL_SUCCESS;
+}
+
+static SQLRETURN read_rows(Statement &statement, sqlite3_stmt *prepared)
+{
+    statement.running = true;
+    int result = sqlite3_step(prepared);
+    while (result == SQLITE_ROW) {
+        if (statement.max_rows == 0 || row_count(statement.result) < statement.max_rows)
+            append_row(prepared, statement.result);
+        result = sqlite3_step(prepared);
+    }
+    statement.running = false;
+    return result == SQLITE_DONE ? SQL_SUCCESS : fail_readably(statement);
+}
+
+void open_cursor(Statement &statement)
+{
+    statement.cursor_open = true;
+    statement.next_row = 0;
+    statement.read_column = 0;
+}
+
+static SQLRETURN run_statement(Statement &statement, const TranslatedStatement &translated)
+{
+    Connection &connection = *statement.connection;
+    Guard guard(connection);
+    Query query;
+    if (compile(statement, translated.sql, query) != SQL_SUCCESS)
+        return SQL_ERROR;
+    if (bind_parameters(statement, query.prepared) != SQL_SUCCESS)
+        return SQL_ERROR;
+
+    Result result;
+    describe_columns(query.prepared, result);
+    statement.result = std::move(result);
+    if (read_rows(statement, query.prepared) != SQL_SUCCESS)
+        return SQL_ERROR;
+    if (!statement.result.columns.empty()) {
+        fit_columns(statement.result);
+        open_cursor(statement);
+    }
+    if (translated.kind == StatementKind::query)
+        statement.row_count = static_cast<SQLLEN>(row_count(statement.result));
+    if (translated.kind == StatementKind::change)
+        statement.row_count = sqlite3_changes(connection.database);
+    return SQL_SUCCESS;
+}
+
+static SQLRETURN run_definition(Statement &statement, const TranslatedStatement &translated)
+{
+    Connection &connection = *statement.connection;
+    const TableName &name = translated.tables.front();
+    bool creates = translated.kind == StatementKind::create_table;
+    TableName registered;
+
+    if (require_administrator(connection, statement.diagnostics, creates ? "create tables" : "drop tables") < 0)
+        return SQL_ERROR;
+    if (is_system_name(name))
+        return fail(statement.diagnostics, "42000", "Tables of nordvale.system are neither created nor dropped");
+    bool exists = find_table(connection.database, name, registered);
+    if (exists == creates && translated.if_exists)
+        return SQL_SUCCESS;
+    if (exists && creates)
+        return fail(statement.diagnostics, "42S01", "Table " + shown_name(registered) + " exists already");
+    if (!exists && !creates)
+        return fail(statement.diagnostics, "42S02", "There is no table " + shown_name(name));
+    if (run_statement(statement, translated) != SQL_SUCCESS)
+        return SQL_ERROR;
+    close_cursor(statement);
+    bool recorded = creates ? register_table(connection.database, name) : unregister_table(connection.database, name);
+    return recorded ? SQL_SUCCESS : fail_with_sqlite(statement.diagnostics, connection.database);
+}
+
+static SQLRETURN run_grant(Statement &statement, const TranslatedStatement &translated)
+{
+    Connection &connection = *statement.connection;
+    bool grants = translated.kind == StatementKind::grant;
+    TableName table;
+    std::string grantee = translated.grantee;
+
+    if (require_administrator(connection, statement.diagnostics,
+                              grants ? "grant privileges" : "revoke privileges") < 0)
+        return SQL_ERROR;
+    if (is_system_name(translated.tables.front()))
+        return fail(statement.diagnostics, "42000", "Privileges on tables of nordvale.system are fixed");
+    if (!find_table(connection.database, translated.tables.front(), table))
+        return fail(statement.diagnostics, "42S02", "There is no table " + shown_name(translated.tables.front()));
+    if (grants && grantee != "public" && !find_user(connection.database, translated.grantee, grantee))
+        return fail(statement.diagnostics, "42000", "There is no user " + translated.grantee);
+    bool done = grants ? grant_privileges(connection.database, table, translated.privileges, connection.user, grantee)
+                       : revoke_privileges(connection.database, table, translated.privileges, grantee);
+    return done ? SQL_SUCCESS : fail_with_sqlite(statement.diagnostics, connection.database);
+}
+
+static SQLRETURN run_kind(Statement &statement, const TranslatedStatement &translated)
+{
+    switch (translated.kind) {
+    case StatementKind::query:
+    case StatementKind::change: return run_statement(statement, translated);
+    case StatementKind::create_table:
+    case StatementKind::drop_table: return run_definition(statement, translated);
+    case StatementKind::grant:
+    case StatementKind::revoke: return run_grant(statement, translated);
+    }
+    return SQL_ERROR;
+}
+
+static SQLRETURN execute_translated(Statement &statement, const TranslatedStatement &translated)
+{
+    Connection &connection = *statement.connection;
+    bool changes = translated.kind != StatementKind::query;
+    Step step;
+    if (begin_step(connection, statement.diagnostics, changes, step) != SQL_SUCCESS)
+        return SQL_ERROR;
+    SQLRETURN result = load_access(connection, statement.diagnostics, translated);
+    if (result == SQL_SUCCESS)
+        result = run_kind(statement, translated);
+    result = end_step(connection, statement.diagnostics, step, result);
+    if (result == SQL_ERROR)
+        close_cursor(statement);
+    return result;
+}
+
+// ODBC 3 tells a change that met no row from one that did by SQL_NO_DATA.
+static SQLRETURN result_of_change(const Statement &statement, const TranslatedStatement &translated, SQLRETURN result)
+{
+    bool none = result == SQL_SUCCESS && translated.kind == StatementKind::change && statement.row_count == 0 &&
+                statement.result.columns.empty();
+    return none && statement.connection->environment->odbc_version != SQL_OV_ODBC2 ? SQL_NO_DATA : result;
+}
+
+static SQLRETURN execute(Statement &statement)
+{
+    TranslatedStatement translated;
+    std::string problem;
+    close_cursor(statement);
+    statement.row_count = -1;
+    SQLRETURN result = translate(statement.text, translated, problem) < 0
+                           ? fail(statement.diagnostics, "42000", problem)
+                           : result_of_change(statement, translated, execute_translated(statement, translated));
+    log_statement(*statement.connection, statement.connection->user, result, statement.diagnostics, statement.text);
+    return result;
+}
+
+// Compiles without running, to know the columns and parameters. Privileges count again at each execution.
+static SQLRETURN describe(Statement &statement)
+{
+    Connection &connection = *statement.connection;
+    TranslatedStatement translated;
+    std::string problem;
+    if (translate(statement.text, translated, problem) < 0)
+        return fail(statement.diagnostics, "42000", problem);
+    if (translated.kind != StatementKind::query && translated.kind != StatementKind::change)
+        return SQL_SUCCESS;
+
+    Step step;
+    if (begin_step(connection, statement.diagnostics, false, step) != SQL_SUCCESS)
+        return SQL_ERROR;
+    SQLRETURN result = load_access(connection, statement.diagnostics, translated);
+    if (result == SQL_SUCCESS) {
+        Guard guard(connection);
+        Query query;
+        result = compile(statement, translated.sql, query);
+        if (result == SQL_SUCCESS) {
+            statement.parameter_count = sqlite3_bind_parameter_count(query.prepared);
+            describe_columns(query.prepared, statement.result);
+        }
+    }
+    return end_step(connection, statement.diagnostics, step, result);
+}
+
+EXPORTED SQLRETURN SQL_API SQLPrepare(SQLHSTMT handle, SQLCHAR *text, SQLINTEGER length)
+{
+    Statement &statement = statement_of(handle);
+    close_cursor(statement);
+    statement.text = text_argument(text, length);
+    statement.parameter_count = 0;
+    SQLRETURN result = describe(statement);
+    statement.prepared = result == SQL_SUCCESS;
+    if (result != SQL_SUCCESS)
+        log_statement(*statement.connection, statement.connection->user, result, statement.diagnostics,
+                      statement.text);
+    return result;
+}
+
+EXPORTED SQLRETURN SQL_API SQLExecute(SQLHSTMT handle)
+{
+    Statement &statement = statement_of(handle);
+    if (!statement.prepared)
+        return fail(statement.diagnostics, "HY010", "No statement is prepared");
+    return execute(statement);
+}
+
+EXPORTED SQLRETURN SQL_API SQLExecDirect(SQLHSTMT handle, SQLCHAR *text, SQLINTEGER length)
+{
+    Statement &statement = statement_of(handle);
+    statement.text = text_argument(text, length);
+    statement.prepared = false;
+    return execute(statement);
+}
+
+EXPORTED SQLRETURN SQL_API SQLNativeSql(SQLHDBC handle, SQLCHAR *text, SQLINTEGER length, SQLCHAR *native,
+                                        SQLINTEGER size, SQLINTEGER *native_length)
+{
+    Connection &connection = connection_of(handle);
+    TranslatedStatement translated;
+    std::string problem;
+    if (translate(text_argument(text, length), translated, problem) < 0)
+        return fail(connection.diagnostics, "42000", problem);
+    if (native_length != nullptr)
+        *native_length = static_cast<SQLINTEGER>(translated.sql.size());
+    return copy_out(translated.sql, native, size, nullptr) ? SQL_SUCCESS
+                                                           : warn(connection.diagnostics, "01004", "Statement cut");
+}
+
+EXPORTED SQLRETURN SQL_API SQLCancel(SQLHSTMT handle)
+{
+    // May come from another thread, so the diagnostics are left alone.
+    Statement &statement = *static_cast<Statement *>(handle);
+    if (statement.running)
+        sqlite3_interrupt(statement.connection->database);
+    return SQL_SUCCESS;
+}
+
+EXPORTED SQLRETURN SQL_API SQLRowCount(SQLHSTMT handle, SQLLEN *count)
+{
+    *count = statement_of(handle).row_count;
+    return SQL_SUCCESS;
+}
+
+EXPORTED SQLRETURN SQL_API SQLMoreResults(SQLHSTMT handle)
+{
+    close_cursor(statement_of(handle));
+    return SQL_NO_DATA;
+}

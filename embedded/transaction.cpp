@@ -1,0 +1,52 @@
+#include "transaction.h"
+
+#include "database.h"
+#include "handles.h"
+
+bool in_transaction(const Connection &connection)
+{
+    return connection.database != nullptr && sqlite3_get_autocommit(connection.database) == 0;
+}
+
+SQLRETURN begin_step(Connection &connection, Diagnostics &diagnostics, bool changes, Step &step)
+{
+    step.savepoint = in_transaction(connection);
+    step.whole = !step.savepoint && (connection.autocommit || !changes);
+    const char *sql = step.savepoint ? "savepoint step" : changes ? "begin immediate" : "begin";
+    return run(connection.database, sql) ? SQL_SUCCESS : fail_with_sqlite(diagnostics, connection.database);
+}
+
+SQLRETURN end_step(Connection &connection, Diagnostics &diagnostics, const Step &step, SQLRETURN result)
+{
+    sqlite3 *database = connection.database;
+    if (!in_transaction(connection))        // SQLite has rolled back everything by itself
+        return result;
+    if (!SQL_SUCCEEDED(result) && result != SQL_NO_DATA) {
+        run(database, step.savepoint ? "rollback to step" : "rollback");
+        if (step.savepoint)
+            run(database, "release step");
+        return result;
+    }
+    if (step.savepoint)
+        return run(database, "release step") ? result : fail_with_sqlite(diagnostics, database);
+    if (!step.whole || run(database, "commit"))
+        return result;
+    SQLRETURN failure = fail_with_sqlite(diagnostics, database);
+    run(database, "rollback");
+    return failure;
+}
+
+SQLRETURN end_transaction(Connection &connection, Diagnostics &diagnostics, bool commit)
+{
+    if (!in_transaction(connection) || run(connection.database, commit ? "commit" : "rollback"))
+        return SQL_SUCCESS;
+    return fail_with_sqlite(diagnostics, connection.database);
+}
+
+EXPORTED SQLRETURN SQL_API SQLEndTran(SQLSMALLINT type, SQLHANDLE handle, SQLSMALLINT completion)
+{
+    if (type != SQL_HANDLE_DBC)
+        return fail(environment_of(handle).diagnostics, "HYC00", "Transactions are ended connection by connection");
+    Connection &connection = connection_of(handle);
+    return end_transaction(connection, connection.diagnostics, completion == SQL_COMMIT);
+}
