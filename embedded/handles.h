@@ -85,3 +85,6 @@ void close_cursor(Statement &statement);
 
 // The text of an argument: `length` bytes, or up to the NUL for SQL_NTS. A null pointer is an empty text.
 std::string text_argument(const SQLCHAR *text, SQLLEN length);
+
+// SQLGetInfo gives a text, not a number, for this kind.
+bool is_text_info(SQLUSMALLINT kind);

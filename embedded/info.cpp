@@ -1,5 +1,6 @@
 #include "handles.h"
 
+#include <algorithm>
 #include <cstring>
 #include <iterator>
 
@@ -88,6 +89,14 @@ static SQLRETURN give_number(Number number, SQLPOINTER value, SQLSMALLINT *lengt
     if (length != nullptr)
         *length = sizeof number;
     return SQL_SUCCESS;
+}
+
+bool is_text_info(SQLUSMALLINT kind)
+{
+    if (kind == SQL_DATA_SOURCE_NAME || kind == SQL_DATABASE_NAME || kind == SQL_USER_NAME)
+        return true;
+    return std::any_of(std::begin(text_infos), std::end(text_infos),
+                       [kind](const TextInfo &info) { return info.kind == kind; });
 }
 
 EXPORTED SQLRETURN SQL_API SQLGetInfo(SQLHDBC handle, SQLUSMALLINT kind, SQLPOINTER value, SQLSMALLINT size,
