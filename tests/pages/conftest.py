@@ -1,0 +1,121 @@
+"""A server with two sample data sources, and the visitor who posts the pages' forms to it."""
+
+import base64
+import sqlite3
+from contextlib import closing
+from urllib.parse import quote_plus
+
+import pytest
+
+from support import pages
+from support.server import RunningServer, install_html, write_product_ini
+from support.source import ADMINISTRATOR, ODBC_DIR, PASSWORD, Source, configure_odbc
+
+FOLDER = ODBC_DIR / "pages"
+
+LOG_IN = ["{connect}", "select \"VALUE\" from nordvale.system.sysinfo where attribute = 'dbo_user';"]
+
+
+class SampleSource(Source):
+    """A data source that starts each test as it was prepared once."""
+
+    def prepare(self, *statements):
+        self.create()
+        self.execute(*statements)
+        self.prepared = self.database.read_bytes()
+
+    def reset(self):
+        self.remove()
+        self.database.write_bytes(self.prepared)
+        self.forget_statements()
+
+    def change(self, script):
+        """Reaches past the driver, for what it allows nobody."""
+        with closing(sqlite3.connect(self.database)) as database:
+            database.executescript(script)
+
+    def sent(self):
+        """The statements of one page behind its two log-ins: that of the credential check and that of the page."""
+        statements = [statement for _, _, statement in self.statements()]
+        assert statements[:4] == 2 * LOG_IN
+        return statements[4:]
+
+
+class Visitor:
+    """Posts forms as the browser of a logged-in administrator does. Names go out as they are, values encoded."""
+
+    def __init__(self, server):
+        self.server = server
+
+    def send(self, fields, user=ADMINISTRATOR, password=PASSWORD, path="/isam.cgi"):
+        credentials = base64.b64encode(f"{user}:{password}".encode()).decode()
+        body = [(name, quote_plus(value)) for name, value in fields]
+        return self.server.post(path, body, headers=[f"Authorization: Basic {credentials}"])
+
+    def post(self, fields=(), source="accounts", **log_in):
+        """`fields` on a page that was drawn for the data source and is sent for it again."""
+        return self.send([*fields, ("datasource", source), ("last_datasource", source)], **log_in)
+
+    def page(self, fields=(), **where):
+        """The page that answers the post, without its header block."""
+        return pages.answered(self.post(fields, **where))
+
+
+def user_statement(name, description, password):
+    return f"insert into nordvale.system.user values ('{name}', '{description}', '{password}')"
+
+
+@pytest.fixture(scope="session")
+def prepared_sources():
+    accounts, branch = (SampleSource(name, FOLDER) for name in pages.SOURCES)
+    with pytest.MonkeyPatch.context() as environment:
+        environment.setenv("ODBCSYSINI", str(FOLDER))
+        environment.setenv("ODBCINI", "/dev/null")
+        configure_odbc(pages.SOURCES, FOLDER)
+        accounts.prepare(
+            *(user_statement(*user) for user in pages.USERS[1:]),
+            *(f"create table {pages.quoted_name(table)} (id integer, word varchar(20))" for table in pages.TABLES),
+            *(
+                f'grant {privilege} on {pages.quoted_name(table)} to "{user}"'.replace('"public"', "public")
+                for (user, table), privileges in pages.HELD.items()
+                for privilege in privileges
+            ),
+        )
+        branch.prepare(user_statement("carol", "Carol C.", "sings"), "create table ledger (id integer)")
+    return accounts, branch
+
+
+@pytest.fixture
+def sources(prepared_sources, monkeypatch):
+    """Both data sources as prepared."""
+    monkeypatch.setenv("ODBCSYSINI", str(FOLDER))
+    monkeypatch.setenv("ODBCINI", "/dev/null")
+    configure_odbc(pages.SOURCES, FOLDER)
+    for source in prepared_sources:
+        source.reset()
+    return prepared_sources
+
+
+@pytest.fixture
+def accounts(sources):
+    return sources[0]
+
+
+@pytest.fixture
+def branch(sources):
+    return sources[1]
+
+
+@pytest.fixture(scope="module")
+def pages_server():
+    """One server for a module: nothing of a request outlives it."""
+    install_html()
+    write_product_ini()
+    server = RunningServer(environment={"ODBCSYSINI": str(FOLDER), "ODBCINI": "/dev/null"})
+    yield server
+    server.stop()
+
+
+@pytest.fixture
+def visitor(pages_server, accounts):
+    return Visitor(pages_server)

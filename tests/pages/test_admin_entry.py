@@ -1,0 +1,145 @@
+"""The entry of the administration: the page's frame, its choosers and the choice of its body."""
+
+from itertools import product
+
+import pytest
+
+from support import pages
+from support.pages import RIGHTS_REFRESH, REPORTS_REFRESH, USERS_REFRESH, answered
+from support.server import HTML_DIR
+
+CHOICES = ("users.x", "rights.x", "reports.x", "users_refresh", "rights_refresh", "reports_refresh")
+
+HIDDEN = {
+    "users.x": USERS_REFRESH,
+    "rights.x": RIGHTS_REFRESH,
+    "reports.x": REPORTS_REFRESH,
+    "users_refresh": USERS_REFRESH,
+    "rights_refresh": RIGHTS_REFRESH,
+    "reports_refresh": REPORTS_REFRESH,
+}
+
+SUBSETS = [
+    tuple(name for name, posted in zip(CHOICES, chosen) if posted) for chosen in product((False, True), repeat=6)
+]
+
+
+@pytest.fixture
+def without_template():
+    """Takes a template away for the test."""
+    taken = []
+
+    def take(name):
+        taken.append((HTML_DIR / name, (HTML_DIR / name).read_bytes()))
+        (HTML_DIR / name).unlink()
+
+    yield take
+    for path, content in taken:
+        path.write_bytes(content)
+
+
+def landing_page(current="accounts"):
+    return pages.page(pages.source_chooser(pages.SOURCES, current, "initial_datasource"))
+
+
+@pytest.mark.parametrize("path", ["/", "/index.html", "/?datasource=branch"])
+def test_the_landing_page_offers_the_data_sources_and_preselects_the_first(visitor, path):
+    assert answered(visitor.server.get(path)) == landing_page()
+
+
+def test_the_landing_page_connects_to_no_data_source(visitor, accounts, branch):
+    visitor.server.get("/")
+    assert accounts.statements() == branch.statements() == []
+
+
+def test_a_form_for_the_landing_page_reaches_no_data_without_credentials(visitor, accounts):
+    body = answered(visitor.send([("users.x", "1"), ("datasource", "accounts")], path="/"))
+    assert body == pages.error_page(
+        "SQLDriverConnect failed with [NORDVALE][ISAM]Invalid user and or password specified\n"
+    )
+    assert [statement for _, _, statement in accounts.statements()] == ["{connect}"]
+
+
+def test_after_the_log_in_the_page_shows_the_data_source_chooser_alone(visitor):
+    body = answered(visitor.send([("initial_datasource", "accounts"), ("last_datasource", "accounts")]))
+    assert body == pages.page(pages.choosers())
+
+
+def test_a_page_without_a_body_only_asks_for_the_administrator(visitor, accounts):
+    visitor.post()
+    assert accounts.sent() == []
+
+
+def test_the_users_page(visitor):
+    assert visitor.page([("users.x", "7"), ("users.y", "3")]) == pages.users_page()
+
+
+def test_the_rights_page(visitor):
+    assert visitor.page([("rights.x", "7"), ("rights.y", "3")]) == pages.rights_page("Abe")
+
+
+def test_the_reports_page_is_the_frame_with_its_hidden_field(visitor):
+    assert visitor.page([("reports.x", "7")]) == pages.page(pages.choosers(), hidden=REPORTS_REFRESH)
+
+
+def has_user_chooser(posted):
+    if {"users.x", "rights.x", "reports.x"} & set(posted):
+        return "rights.x" in posted
+    return "rights_refresh" in posted
+
+
+def body_for(posted):
+    """A rights list without the chooser knows no user."""
+    user = "Abe" if has_user_chooser(posted) else ""
+    for name in ("users.x", "rights.x", "users_refresh", "rights_refresh"):
+        if name in posted and name.startswith("users"):
+            rows = [pages.administrator_row(*pages.USERS[0][:2]), *(pages.user_row(*user) for user in pages.USERS[1:])]
+            return pages.users_body(rows)
+        if name in posted:
+            return pages.rights_body(user, pages.rights_rows(user))
+    return ""
+
+
+@pytest.mark.parametrize("posted", SUBSETS, ids=lambda posted: " ".join(posted) or "none")
+def test_the_posted_page_fields_choose_hidden_field_user_chooser_and_body(visitor, posted):
+    hidden = next((HIDDEN[name] for name in CHOICES if name in posted), "")
+    user = "Abe" if has_user_chooser(posted) else None
+    expected = pages.page(pages.choosers(user=user), body_for(posted), hidden)
+    assert visitor.page([(name, "") for name in reversed(posted)]) == expected
+
+
+@pytest.mark.parametrize("name", ["header.html", "menu.html", "footer.html"])
+def test_a_page_without_one_of_its_templates_is_an_error_page(visitor, without_template, name):
+    without_template(name)
+    port = visitor.server.port
+    assert answered(visitor.server.get("/")) == pages.missing_template_page(name, port)
+    assert visitor.page([("users.x", "1")]) == pages.missing_template_page(name, port)
+
+
+@pytest.mark.parametrize("field, name", [("users.x", "userhelp.html"), ("rights.x", "rightshelp.html")])
+def test_a_page_without_its_help_text_is_an_error_page(visitor, without_template, field, name):
+    without_template(name)
+    assert visitor.page([(field, "1")]) == pages.missing_template_page(name, visitor.server.port)
+
+
+def test_the_other_pages_need_no_help_text(visitor, without_template):
+    without_template("userhelp.html")
+    without_template("rightshelp.html")
+    assert visitor.page() == pages.page(pages.choosers())
+
+
+def test_a_missing_template_is_announced_before_the_error_page_that_goes_without_it(visitor, without_template):
+    without_template("header.html")
+    failure = visitor.post(source="nowhere").decode()
+    announced = pages.missing_template_page("header.html", visitor.server.port)
+    assert failure.startswith(announced + "<HTML><HEAD>\r\n<TITLE>Error</TITLE>\r\n</HEAD><BODY>\r\n<H1>Error</H1>\r\n")
+
+
+def test_include_directives_of_the_frame_are_resolved(visitor, without_template):
+    without_template("footer.html")
+    (HTML_DIR / "mark.html").write_text("included\n")
+    (HTML_DIR / "footer.html").write_text('<p><!-- #include file = "mark.html" -->\nbehind a long enough remainder\n')
+    try:
+        assert answered(visitor.server.get("/")).endswith("</form><p>included\nbehind a long enough remainder\n")
+    finally:
+        (HTML_DIR / "mark.html").unlink()
