@@ -370,7 +370,7 @@ static int translate_definition(Translator &translator, size_t at, TranslatedSta
         return -1;
     if (statement.kind == StatementKind::drop_table && static_cast<size_t>(behind) != translator.tokens.size())
         return refuse(problem, "Syntax error behind the table's name");
-    statement.sql = statement.kind == StatementKind::create_table ? "create table " : "drop table ";
+    statement.sql = statement.kind == StatementKind::create_table ? "create table" : "drop table";
     put_statement(translator, at, statement.sql);
     return 0;
 }

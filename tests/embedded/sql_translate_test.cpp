@@ -1,0 +1,192 @@
+#include "sql_translate.h"
+
+#include <gtest/gtest.h>
+
+static std::string translated(const char *text)
+{
+    TranslatedStatement statement;
+    std::string problem;
+    return translate(text, statement, problem) == 0 ? statement.sql : "problem: " + problem;
+}
+
+static std::string tables_of(const char *text)
+{
+    TranslatedStatement statement;
+    std::string problem, tables;
+    if (translate(text, statement, problem) < 0)
+        return "problem: " + problem;
+    for (const TableName &name : statement.tables)
+        tables.append(tables.empty() ? "" : " ").append(stored_name(name));
+    return tables;
+}
+
+static TranslatedStatement grant_of(const char *text)
+{
+    TranslatedStatement statement;
+    std::string problem;
+    EXPECT_EQ(translate(text, statement, problem), 0) << text << ": " << problem;
+    return statement;
+}
+
+TEST(Translate, gives_tables_their_stored_names)
+{
+    struct { const char *text, *sql; } cases[] = {
+        {"select * from T", "select * from \"..T\""},
+        {"select * from S.T", "select * from \".S.T\""},
+        {"select * from C.S.T;", "select * from \"C.S.T\""},
+        {"select * from \"C\".\"\".\"T\"", "select * from \"C..T\""},
+        {"select * from C..T", "select * from \"C..T\""},
+        {"select * from \"a.b\".\"c\"\"d\"", "select * from \".a%2Eb.c\"\"d\""},
+        {"select 1", "select 1"},
+        {"values (1)", "values (1)"},
+        {"insert into S.T (a) values ('from x')", "insert into \".S.T\" (a) values ('from x')"},
+        {"insert into T select * from S.U", "insert into \"..T\" select * from \".S.U\""},
+        {"replace into T values (1)", "replace into \"..T\" values (1)"},
+        {"update T set a = 1 where b in (select b from S.U)",
+         "update \"..T\" set a = 1 where b in (select b from \".S.U\")"},
+        {"update or ignore S.T set a = 1", "update or ignore \".S.T\" set a = 1"},
+        {"delete from C.S.T where a = 1", "delete from \"C.S.T\" where a = 1"},
+        {"select * from A, S.B", "select * from \"..A\", \".S.B\""},
+        {"select * from (A join S.B using (x)), C", "select * from (\"..A\" join \".S.B\" using (x)), \"..C\""},
+        {"select * from (select 1, 2), T", "select * from (select 1, 2), \"..T\""},
+        {"select * from T where a in S.U", "select * from \"..T\" where a in \".S.U\""},
+        {"select a from T order by b, c", "select a from \"..T\" order by b, c"},
+        {"create table S.T (a int, b int references U (x))",
+         "create table \".S.T\" (a int, b int references \"..U\" (x))"},
+        {"create table if not exists T (a)", "create table \"..T\" (a)"},
+        {"create table T as select * from S.U", "create table \"..T\" as select * from \".S.U\""},
+        {"drop table \"C\".\"S\".\"T\";", "drop table \"C.S.T\""},
+        {"insert into T values (1) on conflict (a) do update set a = 2",
+         "insert into \"..T\" values (1) on conflict (a) do update set a = 2"},
+    };
+    for (const auto &one : cases)
+        EXPECT_EQ(translated(one.text), one.sql) << one.text;
+}
+
+TEST(Translate, gives_columns_the_table_that_stands_before_them)
+{
+    struct { const char *text, *sql; } cases[] = {
+        {"select T.a from T", "select \"..T\".\"a\" from \"..T\""},
+        {"select T.a from C.S.T", "select \"C.S.T\".\"a\" from \"C.S.T\""},
+        {"select S.T.a from C.S.T", "select \"C.S.T\".\"a\" from \"C.S.T\""},
+        {"select C.S.T.* from C.S.T", "select \"C.S.T\".* from \"C.S.T\""},
+        {"select x.a from C.S.T x", "select \"x\".\"a\" from \"C.S.T\" x"},
+        {"select x.a from T as x", "select \"x\".\"a\" from \"..T\" as x"},
+        {"select A.T.x, B.T.x from A.T, B.T", "select \".A.T\".\"x\", \".B.T\".\"x\" from \".A.T\", \".B.T\""},
+    };
+    for (const auto &one : cases)
+        EXPECT_EQ(translated(one.text), one.sql) << one.text;
+}
+
+TEST(Translate, takes_keywords_for_names_behind_a_dot)
+{
+    EXPECT_EQ(translated("select a.table, a.order from nordvale.system.table a"),
+              "select \"a\".\"table\", \"a\".\"order\" from \"nordvale.system.table\" a");
+    EXPECT_EQ(translated("select table from T"), "select \"table\" from \"..T\"");
+}
+
+TEST(Translate, leaves_names_of_common_tables_alone)
+{
+    EXPECT_EQ(translated("with q (a) as (select a from S.T) select q.a from q, T"),
+              "with q (a) as (select a from \".S.T\") select \"q\".\"a\" from q, \"..T\"");
+    EXPECT_EQ(tables_of("with q as (select 1), r as not materialized (select 2) insert into T select * from q, r"),
+              "..T");
+}
+
+TEST(Translate, finds_no_table_in_texts_comments_and_comparisons)
+{
+    EXPECT_EQ(tables_of("select 'from A' -- from B\n, a is not distinct from b /* from C */ from T"), "..T");
+}
+
+TEST(Translate, resolves_odbc_escapes)
+{
+    EXPECT_EQ(translated("select {fn upper('a')}, {d '2024-01-02'} from {oj A left join B on 1}"),
+              "select upper ( 'a' ) , '2024-01-02' from \"..A\" left join \"..B\" on 1");
+    EXPECT_TRUE(std::string(translated("select {call x}")).starts_with("problem"));
+    EXPECT_TRUE(std::string(translated("select {d 'x'")).starts_with("problem"));
+    EXPECT_TRUE(std::string(translated("select 1}")).starts_with("problem"));
+}
+
+TEST(Translate, refuses_more_or_less_than_one_statement)
+{
+    for (const char *text : {"", " ", ";", "-- nothing", "select 1; select 2", "select 1; drop table T"})
+        EXPECT_TRUE(std::string(translated(text)).starts_with("problem")) << text;
+    EXPECT_EQ(translated("select 1 ; -- end\n;"), "select 1");
+}
+
+TEST(Translate, refuses_statements_that_are_not_served)
+{
+    for (const char *text : {"attach 'x' as y", "pragma writable_schema = 1", "begin", "commit", "vacuum",
+                             "create view V as select 1", "create index I on T (a)", "create temp table T (a)",
+                             "create trigger X after insert on T begin select 1; end", "alter table T add b",
+                             "explain select 1", "drop view V", "reindex", "analyze", "savepoint a", "(select 1)"})
+        EXPECT_TRUE(std::string(translated(text)).starts_with("problem")) << text;
+}
+
+TEST(Translate, refuses_table_names_of_no_or_too_many_parts)
+{
+    for (const char *text : {"select * from A.B.C.D", "select * from \"\"", "select * from A.\"\"",
+                             "drop table", "create table", "drop table A B"})
+        EXPECT_TRUE(std::string(translated(text)).starts_with("problem")) << text;
+}
+
+TEST(Translate, notices_replacing_statements)
+{
+    TranslatedStatement statement;
+    std::string problem;
+    for (const char *text : {"replace into T values (1)", "insert or replace into T values (1)",
+                             "update or replace T set a = 1", "with q as (select 1) replace into T select * from q"}) {
+        ASSERT_EQ(translate(text, statement, problem), 0) << text;
+        EXPECT_TRUE(statement.replaces) << text;
+    }
+    for (const char *text : {"insert into T values (replace('a', 'b', 'c'))", "insert or ignore into T values (1)"}) {
+        ASSERT_EQ(translate(text, statement, problem), 0) << text;
+        EXPECT_FALSE(statement.replaces) << text;
+    }
+}
+
+TEST(Translate, tells_the_kinds_of_statements_apart)
+{
+    EXPECT_EQ(grant_of("select 1").kind, StatementKind::query);
+    EXPECT_EQ(grant_of("with q as (select 1) select * from q").kind, StatementKind::query);
+    EXPECT_EQ(grant_of("with q as (select 1) delete from T").kind, StatementKind::change);
+    EXPECT_EQ(grant_of("create table T (a)").kind, StatementKind::create_table);
+    EXPECT_EQ(grant_of("drop table T").kind, StatementKind::drop_table);
+    EXPECT_TRUE(grant_of("drop table if exists T").if_exists);
+}
+
+TEST(Grant, names_privileges_table_and_grantee)
+{
+    struct { const char *text; unsigned privileges; const char *table, *grantee; } cases[] = {
+        {"grant select on T to public", privilege_select, "..T", "public"},
+        {"grant insert on S.T to PUBLIC", privilege_insert, ".S.T", "public"},
+        {"grant update on \"C\".\"S\".\"T\" to \"bob\"", privilege_update, "C.S.T", "bob"},
+        {"grant delete on \"C\".\"\".\"T\" to bob;", privilege_delete, "C..T", "bob"},
+        {"grant all on \"a\"\"b\" to \"x\"\"y\"", privilege_all, "..a\"b", "x\"y"},
+        {"grant all privileges on table T to \"Public\"", privilege_all, "..T", "Public"},
+        {"grant select, insert on table to bob", privilege_select | privilege_insert, "..table", "bob"},
+    };
+    for (const auto &one : cases) {
+        TranslatedStatement statement = grant_of(one.text);
+        EXPECT_EQ(statement.kind, StatementKind::grant) << one.text;
+        EXPECT_EQ(statement.privileges, one.privileges) << one.text;
+        EXPECT_EQ(stored_name(statement.tables.at(0)), one.table) << one.text;
+        EXPECT_EQ(statement.grantee, one.grantee) << one.text;
+    }
+}
+
+TEST(Revoke, takes_from_where_grant_takes_to)
+{
+    EXPECT_EQ(grant_of("revoke all on T from \"bob\"").kind, StatementKind::revoke);
+    EXPECT_TRUE(std::string(translated("revoke all on T to bob")).starts_with("problem"));
+    EXPECT_TRUE(std::string(translated("grant all on T from bob")).starts_with("problem"));
+}
+
+TEST(Grant, refuses_what_it_does_not_know)
+{
+    for (const char *text : {"grant", "grant all", "grant all on", "grant all on T", "grant all on T to",
+                             "grant all on T to a, b", "grant all on T to bob with grant option",
+                             "grant execute on T to bob", "grant all on A.B.C.D to bob", "grant all on \"\" to bob",
+                             "grant all on 'T' to bob", "grant all on T to 'bob'", "grant , on T to bob"})
+        EXPECT_TRUE(std::string(translated(text)).starts_with("problem")) << text;
+}
