@@ -44,8 +44,9 @@ class SampleSource(Source):
 class Visitor:
     """Posts forms as the browser of a logged-in administrator does. Names go out as they are, values encoded."""
 
-    def __init__(self, server):
+    def __init__(self, server, folder=FOLDER):
         self.server = server
+        self.folder = folder
 
     def send(self, fields, user=ADMINISTRATOR, password=PASSWORD, path="/isam.cgi"):
         credentials = base64.b64encode(f"{user}:{password}".encode()).decode()
@@ -119,3 +120,23 @@ def pages_server():
 @pytest.fixture
 def visitor(pages_server, accounts):
     return Visitor(pages_server)
+
+
+@pytest.fixture
+def visitor_of(pages_server):
+    """Starts a server that sees other data sources: (name, driver) pairs in this order, whose files do not exist."""
+    started = []
+
+    def start(*listed):
+        folder = ODBC_DIR / "listed"
+        with pytest.MonkeyPatch.context() as environment:
+            # configure_odbc leads this process to the folder too.
+            environment.setenv("ODBCSYSINI", "")
+            environment.setenv("ODBCINI", "")
+            configure_odbc([], folder, listed)
+        started.append(RunningServer(environment={"ODBCSYSINI": str(folder), "ODBCINI": "/dev/null"}))
+        return Visitor(started[-1], folder)
+
+    yield start
+    for server in started:
+        server.stop()

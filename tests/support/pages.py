@@ -201,11 +201,10 @@ def row_key(catalog, schema, table):
 def rights_row(table, held=(), grantor="", grantee=""):
     """`table`: catalog, schema and name; `held`: the privileges whose boxes are ticked."""
     key = quoted(row_key(*table))
+    values = {privilege: "ON checked" if privilege in held else "OFF" for privilege in PRIVILEGES}
     boxes = [
-        centred_cell(
-            f'<input type=checkbox name="{key}_{privilege}" value={"ON checked" if privilege in held else "OFF"}></input>'
-        )
-        for privilege in PRIVILEGES
+        centred_cell(f'<input type=checkbox name="{key}_{privilege}" value={value}></input>')
+        for privilege, value in values.items()
     ]
     return (
         "<tr>\n"
@@ -285,7 +284,12 @@ def is_refused(response):
 
 # The sample that the fixtures make: users in the order in which they were added, tables in the order of their names.
 
-USERS = (("admin", "Administrator", "manager"), ("mary", "Mary M.", "lamb"), ("Abe", "Abe A.", "honest"), ("bob", "", "builder"))
+USERS = (
+    ("admin", "Administrator", "manager"),
+    ("mary", "Mary M.", "lamb"),
+    ("Abe", "Abe A.", "honest"),
+    ("bob", "", "builder"),
+)
 OFFERED = ("Abe", "bob", "mary", "public")
 
 NOTES = ("", "", "notes")

@@ -1,0 +1,413 @@
+"""The users page: what a submitted form sends to the data source, and the page that comes back."""
+
+from urllib.parse import quote_plus
+
+import pytest
+
+from support import pages
+from support.pages import ORDERS, USERS, error_page, quoted_name
+
+ORDERED = "select username, description, password from nordvale.system.user order by 1;"
+LISTED = "select username, description, password from nordvale.system.user;"
+
+WRONG_MANAGER = "Invalid manager password specified.\n"
+TOO_LONG = "Password or description is too long.\n"
+NAME_TOO_LONG = "New username is too long.\n"
+NAME_WITH_QUOTE = "New username cannot contain '."
+
+
+def drawn(users=USERS, administrator="admin"):
+    """The fields that a browser posts from the page as it was drawn."""
+    fields = []
+    for name, description, password in users:
+        fields.append((f"{name}_file", description))
+        fields.append((f"{name}_password", "" if name == administrator else password))
+        if name == administrator:
+            fields.append((f"{name}_oldpassword", ""))
+    return [*fields, ("__newuser", ""), ("__newfile", ""), ("__newpass", "")]
+
+
+def form(changes=(), users=USERS):
+    """The drawn fields with some of them changed or added."""
+    return [("users_refresh", ""), *({**dict(drawn(users)), **dict(changes)}).items(), ("submit_users", "Submit")]
+
+
+def update(name, description, password):
+    return (
+        f"update nordvale.system.user set password='{password}', description='{description}' where username='{name}';"
+    )
+
+
+def insert(name, description, password):
+    columns = "(username, password, description)"
+    return f"insert into nordvale.system.user {columns} values ('{name}','{password}','{description}');"
+
+
+def delete(name):
+    revokes = [f'revoke all on {quoted_name(table)} from "{name}"' for table in pages.TABLES]
+    return [f"delete from nordvale.system.user where username = '{name}'", "{SQLTables}", *revokes]
+
+
+def changed(users, *rows):
+    """The users with some rows put in place of those of the same name, or behind the others."""
+    rows = {row[0]: row for row in rows}
+    return (*(rows.pop(user[0], user) for user in users), *rows.values())
+
+
+# What the user sees
+
+
+def test_users_are_listed_in_the_table_s_own_order_and_everybody_is_left_out(visitor, accounts):
+    assert visitor.page([("users.x", "1")]) == pages.users_page()
+    assert accounts.sent() == [LISTED]
+
+
+def test_refreshing_the_page_changes_nothing(visitor, accounts):
+    fields = [field for field in form([("mary_file", "changed")]) if field[0] != "submit_users"]
+    assert visitor.page([*fields, ("refresh_users", "Refresh")]) == pages.users_page()
+    assert accounts.sent() == [LISTED]
+
+
+def test_the_administrator_is_told_apart_by_the_exact_name(visitor, accounts):
+    accounts.change("update \"nordvale.system.sysinfo\" set \"VALUE\" = 'ADMIN'")
+    assert visitor.page([("users.x", "1")]) == pages.users_page(administrator="ADMIN")
+
+
+def test_a_user_whose_name_differs_from_everybody_s_in_letter_case_is_shown(visitor, accounts):
+    accounts.change("insert into \"nordvale.system.user\" values ('Public', 'a person', 'pw')")
+    assert visitor.page([("users.x", "1")]) == pages.users_page((*USERS, ("Public", "a person", "pw")))
+
+
+def test_a_user_without_description_and_password_has_empty_fields(visitor, accounts):
+    accounts.change("insert into \"nordvale.system.user\" values ('new', null, null)")
+    assert visitor.page([("users.x", "1")]) == pages.users_page((*USERS, ("new", "", "")))
+
+
+def test_a_description_longer_than_a_column_is_shown_as_far_as_it_fits(visitor, accounts):
+    accounts.change(f"update \"nordvale.system.user\" set description = '{'d' * 300}' where username = 'bob'")
+    assert visitor.page([("users.x", "1")]) == pages.users_page(changed(USERS, ("bob", "d" * 254, "builder")))
+
+
+# Ordinary users
+
+CHANGES = {
+    "nothing": ([], [], None),
+    "the same values again": ([("mary_password", "lamb"), ("mary_file", "Mary M.")], [], None),
+    "a password": ([("mary_password", "sheep")], [update("mary", "Mary M.", "sheep")], ("mary", "Mary M.", "sheep")),
+    "a description": ([("mary_file", "Ms M.")], [update("mary", "Ms M.", "lamb")], ("mary", "Ms M.", "lamb")),
+    "both": (
+        [("mary_password", "sheep"), ("mary_file", "Ms M.")],
+        [update("mary", "Ms M.", "sheep")],
+        ("mary", "Ms M.", "sheep"),
+    ),
+    "letter case": ([("mary_password", "Lamb")], [update("mary", "Mary M.", "Lamb")], ("mary", "Mary M.", "Lamb")),
+    "an emptied password": ([("mary_password", "")], [update("mary", "Mary M.", "")], ("mary", "Mary M.", "")),
+    "an emptied description": ([("mary_file", "")], [update("mary", "", "lamb")], ("mary", "", "lamb")),
+    "quotes in both": (
+        [("mary_password", "'la''mb"), ("mary_file", "Mary's")],
+        [update("mary", "Mary''s", "''la''''mb")],
+        ("mary", "Mary's", "'la''mb"),
+    ),
+    "markup": (
+        [("mary_password", '<"&\'>'), ("mary_file", "<b>&amp;")],
+        [update("mary", "<b>&amp;", '<"&\'\'>')],
+        ("mary", "<b>&amp;", '<"&\'>'),
+    ),
+    "beyond ASCII": ([("mary_file", "Märy €")], [update("mary", "Märy €", "lamb")], ("mary", "Märy €", "lamb")),
+    "format signs": ([("mary_file", "%s%n%%")], [update("mary", "%s%n%%", "lamb")], ("mary", "%s%n%%", "lamb")),
+    "254 quotes": ([("mary_file", 254 * "'")], [update("mary", 508 * "'", "lamb")], ("mary", 254 * "'", "lamb")),
+    "254 letters": (
+        [("mary_password", 254 * "p")],
+        [update("mary", "Mary M.", 254 * "p")],
+        ("mary", "Mary M.", 254 * "p"),
+    ),
+}
+
+
+@pytest.mark.parametrize("fields, statements, row", CHANGES.values(), ids=CHANGES)
+def test_a_changed_user_is_updated_with_one_statement(visitor, accounts, fields, statements, row):
+    expected = pages.users_page(changed(USERS, row) if row else USERS)
+    assert visitor.page(form(fields)) == expected
+    assert accounts.sent() == [ORDERED, *statements, LISTED]
+
+
+@pytest.mark.parametrize(
+    "posted, statements",
+    [
+        ([("mary_file", "Ms M.")], [update("mary", "Ms M.", "lamb")]),
+        ([("mary_password", "sheep")], [update("mary", "Mary M.", "sheep")]),
+        ([("admin_file", "Boss"), ("admin_password", "")], [update("admin", "Boss", "manager")]),
+        ([("admin_oldpassword", "manager")], []),
+        ([("admin_oldpassword", "manager"), ("admin_file", "Boss")], [update("admin", "Boss", "manager")]),
+        ([], []),
+    ],
+)
+def test_fields_that_are_missing_from_the_post_are_unchanged(visitor, accounts, posted, statements):
+    visitor.page([("users_refresh", ""), *posted, ("submit_users", "Submit")])
+    assert accounts.sent() == [ORDERED, *statements, LISTED]
+
+
+def test_the_field_of_another_letter_case_is_another_field(visitor, accounts):
+    visitor.page([("users_refresh", ""), ("Mary_file", "x"), ("MARY_password", "x"), ("submit_users", "Submit")])
+    assert accounts.sent() == [ORDERED, LISTED]
+
+
+def test_of_two_fields_of_one_name_the_first_counts(visitor, accounts):
+    visitor.page([("users_refresh", ""), ("mary_file", "one"), ("mary_file", "two"), ("submit_users", "Submit")])
+    assert accounts.sent() == [ORDERED, update("mary", "one", "lamb"), LISTED]
+
+
+def test_everybody_is_never_changed(visitor, accounts):
+    posted = [("public_file", "x"), ("public_password", "x"), ("public_oldpassword", ""), ("public_checkbox", "OFF")]
+    before = accounts.rows("select * from nordvale.system.user")
+    accounts.forget_statements()
+    assert visitor.page(form(posted)) == pages.users_page()
+    assert accounts.sent() == [ORDERED, LISTED]
+    assert accounts.rows("select * from nordvale.system.user") == before
+
+
+@pytest.mark.parametrize("value", ["OFF", "ON", ""])
+def test_a_ticked_delete_box_deletes_the_user_then_revokes_whatever_else_was_changed(visitor, accounts, value):
+    posted = [("mary_checkbox", value), ("mary_file", "changed"), ("mary_password", "changed")]
+    assert visitor.page(form(posted)) == pages.users_page(tuple(user for user in USERS if user[0] != "mary"))
+    assert accounts.sent() == [ORDERED, *delete("mary"), LISTED]
+
+
+def test_a_deleted_user_keeps_no_privilege_even_for_one_who_comes_again_under_that_name(visitor, accounts):
+    visitor.post(form([("mary_checkbox", "OFF"), ("__newuser", "mary"), ("__newpass", "again")]))
+    assert accounts.rows("select grantee from nordvale.system.tableprv") == [("public",)]
+    with pytest.raises(Exception, match="42000"):
+        accounts.execute(f"select * from {quoted_name(ORDERS)}", user="mary", password="again")
+
+
+def test_a_deleted_user_cannot_log_in_to_the_data_source(visitor, accounts):
+    accounts.rows(f"select * from {quoted_name(ORDERS)}", user="mary", password="lamb")
+    visitor.post(form([("mary_checkbox", "OFF")]))
+    with pytest.raises(Exception, match="28000"):
+        accounts.connect("mary", "lamb")
+
+
+# The administrator
+
+OLD_PASSWORD = {
+    "neither": ("manager", {}, []),
+    "a new password without the old": ("manager", {"password": "new"}, None),
+    "a new password with a wrong old one": ("manager", {"oldpassword": "Manager", "password": "new"}, None),
+    "a wrong old one alone": ("manager", {"oldpassword": "wrong"}, None),
+    "a wrong old one and a description": ("manager", {"oldpassword": "wrong", "file": "Boss"}, None),
+    "a new password without the old and a description": ("manager", {"password": "new", "file": "Boss"}, None),
+    "the old and a new": (
+        "manager",
+        {"oldpassword": "manager", "password": "new"},
+        [update("admin", "Administrator", "new")],
+    ),
+    "the old alone, which empties it": ("manager", {"oldpassword": "manager"}, [update("admin", "Administrator", "")]),
+    "the old as the new": ("manager", {"oldpassword": "manager", "password": "manager"}, []),
+    "a description": ("manager", {"file": "Boss"}, [update("admin", "Boss", "manager")]),
+    "all three": (
+        "manager",
+        {"oldpassword": "manager", "password": "it's new", "file": "Boss's"},
+        [update("admin", "Boss''s", "it''s new")],
+    ),
+    "the old as the new and a description": (
+        "manager",
+        {"oldpassword": "manager", "password": "manager", "file": "Boss"},
+        [update("admin", "Boss", "manager")],
+    ),
+    "a first password where there is none": ("", {"password": "new"}, [update("admin", "Administrator", "new")]),
+    "an old password where there is none": ("", {"oldpassword": "old", "password": "new"}, None),
+    "nothing where there is none": ("", {}, []),
+    "a description where there is no password": ("", {"file": "Boss"}, [update("admin", "Boss", "")]),
+}
+
+
+@pytest.mark.parametrize("stored, typed, statements", OLD_PASSWORD.values(), ids=OLD_PASSWORD)
+def test_the_administrator_s_password_changes_with_the_old_one_alone(visitor, accounts, stored, typed, statements):
+    accounts.change(f"update \"nordvale.system.user\" set password = '{stored}' where username = 'admin'")
+    fields = form([(f"admin_{name}", value) for name, value in typed.items()])
+    page = visitor.page(fields, password=stored)
+    if statements is None:
+        assert page == error_page(WRONG_MANAGER)
+        assert accounts.sent() == [ORDERED]
+    else:
+        row = ("admin", typed.get("file", "Administrator"), "")
+        assert page == pages.users_page(changed(USERS, row))
+        assert accounts.sent() == [ORDERED, *statements, LISTED]
+
+
+def test_the_changed_administrator_s_password_is_the_next_log_in(visitor, accounts):
+    visitor.post(form([("admin_oldpassword", "manager"), ("admin_password", "it's new")]))
+    assert pages.is_refused(visitor.post())
+    assert visitor.page(password="it's new") == pages.page(pages.choosers())
+
+
+def test_a_delete_mark_for_the_administrator_has_no_effect(visitor, accounts):
+    assert visitor.page(form([("admin_checkbox", "OFF")])) == pages.users_page()
+    assert accounts.sent() == [ORDERED, LISTED]
+
+
+# New users
+
+
+@pytest.mark.parametrize(
+    "name, description, password, statement",
+    [
+        ("carl", "Carl C.", "clock", insert("carl", "Carl C.", "clock")),
+        ("carl", "", "", insert("carl", "", "")),
+        ("carl", "Carl's", "o'clock", insert("carl", "Carl''s", "o''clock")),
+        ('"C"; <b>', "<i>", '&"', insert('"C"; <b>', "<i>", '&"')),
+        ("n" * 254, "d" * 254, "p" * 254, insert("n" * 254, "d" * 254, "p" * 254)),
+        ("carl", 254 * "'", 254 * "'", insert("carl", 508 * "'", 508 * "'")),
+        ("Jörg", "Köln", "süß", insert("Jörg", "Köln", "süß")),
+    ],
+    ids=["all", "name alone", "quotes", "markup", "254 letters", "254 quotes", "beyond ASCII"],
+)
+def test_a_new_user_is_inserted_and_shown(visitor, accounts, name, description, password, statement):
+    fields = form([("__newuser", name), ("__newfile", description), ("__newpass", password)])
+    assert visitor.page(fields) == pages.users_page((*USERS, (name, description, password)))
+    assert accounts.sent() == [ORDERED, statement, LISTED]
+
+
+def test_without_a_name_nobody_is_inserted(visitor, accounts):
+    assert visitor.page(form([("__newfile", "Nobody"), ("__newpass", "none")])) == pages.users_page()
+    assert accounts.sent() == [ORDERED, LISTED]
+
+
+@pytest.mark.parametrize("name", ["o'brien", "'", "x'"])
+def test_a_new_name_with_a_quote_is_an_error_page_and_the_changes_stay(visitor, accounts, name):
+    page = visitor.page(form([("bob_file", "Bob B."), ("__newuser", name)]))
+    assert page == error_page(NAME_WITH_QUOTE)
+    assert accounts.sent() == [ORDERED, update("bob", "Bob B.", "builder")]
+
+
+@pytest.mark.parametrize("name", ["mary", "MARY", "public"])
+def test_a_name_that_exists_is_not_inserted_and_nothing_is_reported(visitor, accounts, name):
+    assert visitor.page(form([("__newuser", name), ("__newpass", "pw")])) == pages.users_page()
+    assert accounts.sent() == [ORDERED, insert(name, "", "pw"), LISTED]
+
+
+def test_a_new_user_can_log_in_to_the_data_source(visitor, accounts):
+    visitor.post(form([("__newuser", "carl"), ("__newpass", "o'clock")]))
+    accounts.connect("carl", "o'clock").close()
+
+
+# Too long
+
+
+@pytest.mark.parametrize("field", ["mary_password", "mary_file", "admin_file", "Abe_password"])
+def test_a_value_of_255_characters_is_an_error_page_and_nothing_is_executed_from_that_row_on(visitor, accounts, field):
+    posted = [("mary_file", "changed"), ("mary_password", "changed"), ("__newuser", "carl"), (field, 255 * "v")]
+    assert visitor.page(form(posted)) == error_page(TOO_LONG)
+    assert accounts.sent() == [ORDERED]
+
+
+@pytest.mark.parametrize("field", ["__newpass", "__newfile"])
+def test_a_new_user_s_value_of_255_characters_is_an_error_page(visitor, accounts, field):
+    assert visitor.page(form([("__newuser", "carl"), (field, 255 * "v")])) == error_page(TOO_LONG)
+    assert accounts.sent() == [ORDERED]
+
+
+def test_a_new_name_of_255_characters_is_an_error_page(visitor, accounts):
+    assert visitor.page(form([("__newuser", 255 * "n")])) == error_page(NAME_TOO_LONG)
+    assert accounts.sent() == [ORDERED]
+
+
+def test_a_new_password_of_255_characters_for_the_administrator_is_an_error_page(visitor, accounts):
+    fields = form([("admin_oldpassword", "manager"), ("admin_password", 255 * "p")])
+    assert visitor.page(fields) == error_page(TOO_LONG)
+    assert accounts.sent() == [ORDERED]
+
+
+# The order of things
+
+
+def test_statements_follow_the_users_in_name_order_and_the_insert_comes_last(visitor, accounts):
+    posted = [
+        ("mary_file", "m"),
+        ("bob_checkbox", "OFF"),
+        ("__newuser", "aaron"),
+        ("admin_file", "a"),
+        ("Abe_password", "A"),
+    ]
+    users = changed(USERS, ("mary", "m", "lamb"), ("admin", "a", ""), ("Abe", "Abe A.", "A"), ("aaron", "", ""))
+    assert visitor.page(form(posted)) == pages.users_page(tuple(user for user in users if user[0] != "bob"))
+    assert accounts.sent() == [
+        ORDERED,
+        update("Abe", "Abe A.", "A"),
+        update("admin", "a", "manager"),
+        *delete("bob"),
+        update("mary", "m", "lamb"),
+        insert("aaron", "", ""),
+        LISTED,
+    ]
+
+
+def test_what_comes_before_a_wrong_administrator_s_password_stays_and_what_follows_is_not_done(visitor, accounts):
+    posted = [
+        ("Abe_file", "done"),
+        ("admin_oldpassword", "wrong"),
+        ("bob_file", "not done"),
+        ("mary_checkbox", "OFF"),
+        ("__newuser", "carl"),
+    ]
+    assert visitor.page(form(posted)) == error_page(WRONG_MANAGER)
+    assert accounts.sent() == [ORDERED, update("Abe", "done", "honest")]
+    assert accounts.rows("select username, description from nordvale.system.user order by 1") == [
+        ("Abe", "done"),
+        ("admin", "Administrator"),
+        ("bob", ""),
+        ("mary", "Mary M."),
+        ("public", "Everybody"),
+    ]
+
+
+@pytest.mark.parametrize("action", ["update", "delete", "insert"])
+def test_a_refused_statement_is_not_reported_and_the_rest_is_done(visitor, accounts, action):
+    accounts.change(
+        f"create trigger refuse before {action} on \"nordvale.system.user\" begin select raise(abort, 'refused'); end"
+    )
+    posted = {
+        "update": [("mary_file", "refused"), ("bob_checkbox", "OFF")],
+        "delete": [("mary_checkbox", "refused"), ("bob_file", "Bob B.")],
+        "insert": [("__newuser", "refused"), ("bob_file", "Bob B.")],
+    }[action]
+    gone = tuple(user for user in USERS if user[0] != "bob")
+    expected = gone if action == "update" else changed(USERS, ("bob", "Bob B.", "builder"))
+    assert visitor.page(form(posted)) == pages.users_page(expected)
+    refused = [statement for _, outcome, statement in accounts.statements() if outcome != "ok"]
+    assert len(refused) == 1 and refused[0].startswith(action)
+
+
+def test_a_refused_delete_still_takes_the_user_s_privileges(visitor, accounts):
+    accounts.change(
+        "create trigger refuse before delete on \"nordvale.system.user\" begin select raise(abort, 'refused'); end"
+    )
+    visitor.post(form([("mary_checkbox", "OFF")]))
+    assert accounts.sent() == [ORDERED, *delete("mary"), LISTED]
+
+
+# Names that fields and pages have to carry
+
+
+@pytest.mark.parametrize("name", ['"q"', "a b", "a&b", "<i>", "a.b", "a%41b", "a+b", "Jörg", "it`s", ";--"])
+def test_fields_are_found_under_the_user_s_name_as_it_stands(visitor, accounts, name):
+    accounts.execute(f"insert into nordvale.system.user values ('{name}', 'old', 'pw')")
+    accounts.forget_statements()
+    users = (*USERS, (name, "new", "pw"))
+    assert visitor.page(form([(f"{name}_file", "new"), (f"{name}_password", "pw")])) == pages.users_page(users)
+    assert accounts.sent() == [ORDERED, update(name, "new", "pw"), LISTED]
+
+
+def test_an_encoded_field_name_is_another_name(visitor, accounts):
+    accounts.execute("insert into nordvale.system.user values ('a b', 'old', 'pw')")
+    accounts.forget_statements()
+    visitor.post(form([(quote_plus("a b_file"), "new")]))
+    assert accounts.sent() == [ORDERED, LISTED]
+
+
+def test_a_page_of_many_users_comes_whole(visitor, accounts):
+    added = [(f"user{number:03}", f"Description {number}", f"password{number}") for number in range(300)]
+    accounts.change(
+        "".join(f"insert into \"nordvale.system.user\" values ('{n}', '{d}', '{p}');" for n, d, p in added)
+    )
+    assert visitor.page([("users.x", "1")]) == pages.users_page((*USERS, *added))
