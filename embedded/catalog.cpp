@@ -45,12 +45,16 @@ constexpr CatalogColumn types_columns[] = {
 
 struct ServedType { const char *name; SQLSMALLINT type; int64_t size; const char *prefix, *suffix, *parameters; };
 
-// In the order of the type's number, as ODBC asks. SQLite's own limit bounds texts and blobs.
+// In the order of the type's number, as ODBC asks. SQLite's own limit bounds texts and blobs. Dates and times are taken
+// as parameters and kept as texts.
 constexpr ServedType served_types[] = {
     {"bigint", SQL_BIGINT, 19, nullptr, nullptr, nullptr},
     {"varbinary", SQL_VARBINARY, 1000000000, "x'", "'", "length"},
     {"double", SQL_DOUBLE, 15, nullptr, nullptr, nullptr},
     {"varchar", SQL_VARCHAR, 1000000000, "'", "'", "length"},
+    {"date", SQL_TYPE_DATE, 10, "'", "'", nullptr},
+    {"time", SQL_TYPE_TIME, 8, "'", "'", nullptr},
+    {"timestamp", SQL_TYPE_TIMESTAMP, 26, "'", "'", nullptr},
 };
 
 constexpr const char *system_tables[] = {"sysinfo", "table", "tableprv", "user"};
@@ -82,15 +86,18 @@ static void fit_text_columns(Result &result)
     }
 }
 
-static SQLRETURN finish(Statement &statement, SQLRETURN result, const char *call)
+static SQLRETURN show_result(Statement &statement)
 {
-    if (result == SQL_SUCCESS) {
-        fit_text_columns(statement.result);
-        statement.row_count = static_cast<SQLLEN>(row_count(statement.result));
-        open_cursor(statement);
-    } else {
-        close_cursor(statement);
-    }
+    fit_text_columns(statement.result);
+    statement.row_count = static_cast<SQLLEN>(row_count(statement.result));
+    open_cursor(statement);
+    return SQL_SUCCESS;
+}
+
+// Ends a call that has read the database.
+static SQLRETURN finish(Statement &statement, const char *call)
+{
+    SQLRETURN result = show_result(statement);
     log_statement(*statement.connection, statement.connection->user, result, statement.diagnostics, call);
     return result;
 }
@@ -162,11 +169,11 @@ static bool list_form(Statement &statement, Result &result, const CatalogArgumen
     return true;
 }
 
-static SQLRETURN list_tables(Statement &statement, const CatalogArguments &arguments)
+static void list_tables(Statement &statement, const CatalogArguments &arguments)
 {
     Result &result = begin_result(statement, tables_columns);
     if (list_form(statement, result, arguments))
-        return SQL_SUCCESS;
+        return;
     // Our own tables only come when they are asked for by their type: programs that treat every table of the plain list
     // alike would stumble over tables whose privileges are fixed.
     bool users = arguments.types.value_or("").empty() || wants_type(*arguments.types, "TABLE");
@@ -175,7 +182,6 @@ static SQLRETURN list_tables(Statement &statement, const CatalogArguments &argum
         add_texts(result, {name.catalog, name.schema, name.table, is_system_name(name) ? "SYSTEM TABLE" : "TABLE"});
         add_null(result);
     }
-    return SQL_SUCCESS;
 }
 
 EXPORTED SQLRETURN SQL_API SQLTables(SQLHSTMT handle, SQLCHAR *catalog, SQLSMALLINT catalog_length, SQLCHAR *schema,
@@ -185,7 +191,8 @@ EXPORTED SQLRETURN SQL_API SQLTables(SQLHSTMT handle, SQLCHAR *catalog, SQLSMALL
     Statement &statement = statement_of(handle);
     CatalogArguments arguments{optional_text(catalog, catalog_length), optional_text(schema, schema_length),
                                optional_text(table, table_length), optional_text(types, types_length)};
-    return finish(statement, list_tables(statement, arguments), "{SQLTables}");
+    list_tables(statement, arguments);
+    return finish(statement, "{SQLTables}");
 }
 
 // One row of SQLColumns; `query` stands on a row of pragma_table_info.
@@ -230,7 +237,7 @@ EXPORTED SQLRETURN SQL_API SQLColumns(SQLHSTMT handle, SQLCHAR *catalog, SQLSMAL
             if (matches_part(column_pattern, text_column(query, 0), statement.metadata_id == SQL_TRUE))
                 add_column_row(result, name, query);
     }
-    return finish(statement, SQL_SUCCESS, "{SQLColumns}");
+    return finish(statement, "{SQLColumns}");
 }
 
 // The administrator sees all privileges, others their own and those of public.
@@ -254,7 +261,7 @@ EXPORTED SQLRETURN SQL_API SQLTablePrivileges(SQLHSTMT handle, SQLCHAR *catalog,
             add_texts(result, {name.catalog, name.schema, name.table, text_column(query, 3), text_column(query, 4),
                                text_column(query, 5), "NO"});
     }
-    return finish(statement, SQL_SUCCESS, "{SQLTablePrivileges}");
+    return finish(statement, "{SQLTablePrivileges}");
 }
 
 EXPORTED SQLRETURN SQL_API SQLPrimaryKeys(SQLHSTMT handle, SQLCHAR *catalog, SQLSMALLINT catalog_length,
@@ -272,7 +279,7 @@ EXPORTED SQLRETURN SQL_API SQLPrimaryKeys(SQLHSTMT handle, SQLCHAR *catalog, SQL
         add_integer(result, sqlite3_column_int64(query.prepared, 1));
         add_null(result);
     }
-    return finish(statement, SQL_SUCCESS, "{SQLPrimaryKeys}");
+    return finish(statement, "{SQLPrimaryKeys}");
 }
 
 static void add_type_row(Result &result, const ServedType &type)
@@ -305,5 +312,5 @@ EXPORTED SQLRETURN SQL_API SQLGetTypeInfo(SQLHSTMT handle, SQLSMALLINT type)
     for (const ServedType &served : served_types)
         if (type == SQL_ALL_TYPES || type == served.type)
             add_type_row(result, served);
-    return finish(statement, SQL_SUCCESS, "{SQLGetTypeInfo}");
+    return show_result(statement);
 }

@@ -1,0 +1,97 @@
+import subprocess
+import sys
+
+import pytest
+
+WRITER = """
+import sys, pyodbc
+pyodbc.pooling = False
+connection = pyodbc.connect("DSN=embedded;UID=admin;PWD=secret", autocommit=sys.argv[2] == "auto")
+for number in range(60):
+    connection.execute("insert into T values (?, ?)", sys.argv[1], number)
+    connection.execute("grant select on T to anna" if number % 2 else "revoke select on T from anna")
+    connection.execute("select count(*) from T").fetchall()
+    if sys.argv[2] != "auto":
+        connection.commit()
+"""
+
+
+@pytest.fixture
+def two(staffed):
+    """A connection in manual-commit mode and one in autocommit mode."""
+    connections = staffed.connect(autocommit=False), staffed.connect()
+    yield connections
+    connections[0].rollback()
+    for connection in connections:
+        connection.close()
+
+
+def names(connection):
+    return [row[0] for row in connection.execute("select name from shop.stock.item order by id")]
+
+
+def test_a_change_is_seen_by_others_after_commit_only(two):
+    manual, other = two
+    manual.execute("update shop.stock.item set name = 'bolt' where id = 1")
+    assert names(other) == ["nail", "screw"]
+    assert names(manual) == ["bolt", "screw"]
+    manual.commit()
+    assert names(other) == ["bolt", "screw"]
+
+
+def test_rollback_undoes_rows_tables_and_grants(two):
+    manual, other = two
+    manual.execute("delete from shop.stock.item")
+    manual.execute("create table new (a)")
+    manual.execute("grant all on shop.stock.item to anna")
+    manual.rollback()
+    assert names(other) == ["nail", "screw"]
+    assert other.execute("select count(*) from nordvale.system.table").fetchall()[0][0] == 1
+    assert other.execute("select count(*) from nordvale.system.tableprv").fetchall()[0][0] == 0
+
+
+def test_a_failed_statement_undoes_itself_alone(two):
+    manual, other = two
+    manual.execute("insert into shop.stock.item values (3, 'bolt')")
+    with pytest.raises(Exception):
+        manual.execute("insert into shop.stock.item values (4, 'x'), (1, 'twice')")
+    manual.commit()
+    assert names(other) == ["nail", "screw", "bolt"]
+
+
+def test_a_reader_in_manual_mode_keeps_nobody_from_writing_and_writes_afterwards(two):
+    manual, other = two
+    assert names(manual) == ["nail", "screw"]
+    other.execute("insert into shop.stock.item values (3, 'bolt')")
+    manual.execute("insert into shop.stock.item values (4, 'rivet')")
+    manual.commit()
+    assert names(other) == ["nail", "screw", "bolt", "rivet"]
+
+
+def test_a_failed_first_change_holds_no_lock(two):
+    manual, other = two
+    with pytest.raises(Exception):
+        manual.execute("insert into shop.stock.item values (1, 'twice')")
+    other.execute("insert into shop.stock.item values (3, 'bolt')")
+
+
+def test_a_failing_statement_in_autocommit_mode_leaves_nothing_half_done(staffed):
+    staffed.failure("insert into shop.stock.item values (5, 'x'), (1, 'twice')")
+    assert staffed.rows("select count(*) from shop.stock.item") == [(2,)]
+
+
+@pytest.mark.parametrize("mode", ["auto", "manual"])
+def test_two_processes_write_at_once(staffed, mode):
+    staffed.execute("create table T (writer varchar(8), number integer)")
+    writers = [subprocess.Popen([sys.executable, "-c", WRITER, name, mode], env=staffed.environment)
+               for name in ("one", "two")]
+    assert [writer.wait() for writer in writers] == [0, 0]
+    assert staffed.rows("select writer, count(*) from T group by writer order by 1") == [("one", 60), ("two", 60)]
+    assert all(len(line) == 4 for line in staffed.logged())
+
+
+def test_switching_autocommit_on_commits(two):
+    manual, other = two
+    manual.execute("delete from shop.stock.item where id = 1")
+    manual.autocommit = True
+    assert names(other) == ["screw"]
