@@ -8,7 +8,7 @@ from urllib.parse import quote_plus
 import pytest
 
 from support import pages
-from support.server import RunningServer, install_html, write_product_ini
+from support.server import HTML_DIR, RunningServer, install_html, write_product_ini
 from support.source import ADMINISTRATOR, ODBC_DIR, PASSWORD, Source, configure_odbc
 
 FOLDER = ODBC_DIR / "pages"
@@ -115,6 +115,38 @@ def pages_server():
     server = RunningServer(environment={"ODBCSYSINI": str(FOLDER), "ODBCINI": "/dev/null"})
     yield server
     server.stop()
+
+
+class Templates:
+    """Changes files of the html folder; restore() puts back what was there."""
+
+    def __init__(self):
+        self.contents = {}
+
+    def keep(self, name):
+        path = HTML_DIR / name
+        self.contents.setdefault(path, path.read_bytes() if path.exists() else None)
+        return path
+
+    def take_away(self, name):
+        self.keep(name).unlink()
+
+    def put(self, name, content):
+        self.keep(name).write_text(content)
+
+    def restore(self):
+        for path, content in self.contents.items():
+            if content is None:
+                path.unlink()
+            else:
+                path.write_bytes(content)
+
+
+@pytest.fixture
+def templates(pages_server):
+    changed = Templates()
+    yield changed
+    changed.restore()
 
 
 @pytest.fixture

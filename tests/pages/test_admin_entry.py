@@ -6,7 +6,6 @@ import pytest
 
 from support import pages
 from support.pages import RIGHTS_REFRESH, REPORTS_REFRESH, USERS_REFRESH, answered
-from support.server import HTML_DIR
 
 CHOICES = ("users.x", "rights.x", "reports.x", "users_refresh", "rights_refresh", "reports_refresh")
 
@@ -22,20 +21,6 @@ HIDDEN = {
 SUBSETS = [
     tuple(name for name, posted in zip(CHOICES, chosen) if posted) for chosen in product((False, True), repeat=6)
 ]
-
-
-@pytest.fixture
-def without_template():
-    """Takes a template away for the test."""
-    taken = []
-
-    def take(name):
-        taken.append((HTML_DIR / name, (HTML_DIR / name).read_bytes()))
-        (HTML_DIR / name).unlink()
-
-    yield take
-    for path, content in taken:
-        path.write_bytes(content)
 
 
 def landing_page(current="accounts"):
@@ -63,6 +48,11 @@ def test_a_form_for_the_landing_page_reaches_no_data_without_credentials(visitor
 def test_after_the_log_in_the_page_shows_the_data_source_chooser_alone(visitor):
     body = answered(visitor.send([("initial_datasource", "accounts"), ("last_datasource", "accounts")]))
     assert body == pages.page(pages.choosers())
+
+
+def test_the_log_in_can_choose_its_page_at_once(visitor):
+    posted = [("users.x", "7"), ("users.y", "3"), ("initial_datasource", "accounts"), ("last_datasource", "accounts")]
+    assert answered(visitor.send(posted)) == pages.users_page()
 
 
 def test_a_page_without_a_body_only_asks_for_the_administrator(visitor, accounts):
@@ -109,37 +99,52 @@ def test_the_posted_page_fields_choose_hidden_field_user_chooser_and_body(visito
 
 
 @pytest.mark.parametrize("name", ["header.html", "menu.html", "footer.html"])
-def test_a_page_without_one_of_its_templates_is_an_error_page(visitor, without_template, name):
-    without_template(name)
+def test_a_page_without_one_of_its_templates_is_an_error_page(visitor, templates, name):
+    templates.take_away(name)
     port = visitor.server.port
     assert answered(visitor.server.get("/")) == pages.missing_template_page(name, port)
     assert visitor.page([("users.x", "1")]) == pages.missing_template_page(name, port)
 
 
 @pytest.mark.parametrize("field, name", [("users.x", "userhelp.html"), ("rights.x", "rightshelp.html")])
-def test_a_page_without_its_help_text_is_an_error_page(visitor, without_template, field, name):
-    without_template(name)
+def test_a_page_without_its_help_text_is_an_error_page(visitor, templates, field, name):
+    templates.take_away(name)
     assert visitor.page([(field, "1")]) == pages.missing_template_page(name, visitor.server.port)
 
 
-def test_the_other_pages_need_no_help_text(visitor, without_template):
-    without_template("userhelp.html")
-    without_template("rightshelp.html")
+def test_the_other_pages_need_no_help_text(visitor, templates):
+    templates.take_away("userhelp.html")
+    templates.take_away("rightshelp.html")
     assert visitor.page() == pages.page(pages.choosers())
 
 
-def test_a_missing_template_is_announced_before_the_error_page_that_goes_without_it(visitor, without_template):
-    without_template("header.html")
+def test_a_missing_template_is_announced_before_the_error_page_that_goes_without_it(visitor, templates):
+    templates.take_away("header.html")
     failure = visitor.post(source="nowhere").decode()
     announced = pages.missing_template_page("header.html", visitor.server.port)
     assert failure.startswith(announced + "<HTML><HEAD>\r\n<TITLE>Error</TITLE>\r\n</HEAD><BODY>\r\n<H1>Error</H1>\r\n")
 
 
-def test_include_directives_of_the_frame_are_resolved(visitor, without_template):
-    without_template("footer.html")
-    (HTML_DIR / "mark.html").write_text("included\n")
-    (HTML_DIR / "footer.html").write_text('<p><!-- #include file = "mark.html" -->\nbehind a long enough remainder\n')
-    try:
-        assert answered(visitor.server.get("/")).endswith("</form><p>included\nbehind a long enough remainder\n")
-    finally:
-        (HTML_DIR / "mark.html").unlink()
+def test_include_directives_of_the_frame_are_resolved(visitor, templates):
+    templates.put("mark.html", "included\n")
+    templates.put("footer.html", '<p><!-- #include file = "mark.html" -->\nbehind a long enough remainder\n')
+    assert answered(visitor.server.get("/")).endswith("</form><p>included\nbehind a long enough remainder\n")
+
+
+@pytest.mark.parametrize("size", [16384, 16385, 30000, 32766, 32767])
+def test_templates_that_fill_the_page_buffer_are_sent_whole(visitor, templates, size):
+    for letter, name in zip("hmfu", ("header.html", "menu.html", "footer.html", "userhelp.html")):
+        templates.put(name, letter * size)
+    assert answered(visitor.server.get("/")) == landing_page()
+    assert visitor.page([("users.x", "1")]) == pages.users_page()
+
+
+@pytest.mark.parametrize("count", range(0, 60, 3))
+def test_a_long_help_text_behind_a_list_of_any_length_is_sent_whole(visitor, accounts, templates, count):
+    templates.put("rightshelp.html", "r" * 32000)
+    tables = [("", "", f"t{number:03}") for number in range(count)]
+    accounts.change(
+        'delete from "nordvale.system.table";'
+        + "".join(f"insert into \"nordvale.system.table\" values ('', '', '{table[2]}');" for table in tables)
+    )
+    assert visitor.page([("rights.x", "1")]) == pages.rights_page("Abe", {}, tables)

@@ -108,6 +108,14 @@ def test_a_name_with_a_quote_fails_the_query_and_gives_the_error_page_before_the
     assert rest == error_page(message) + message + help_text + "</form>" + footer
 
 
+def test_a_diagnostic_longer_than_its_buffer_is_reported_as_far_as_it_fits(visitor, accounts):
+    page = shown(visitor, "'" + 253 * "x")
+    ((_, outcome, _),) = [line for line in accounts.statements() if line[1] != "ok"]
+    diagnostic = outcome.partition(" ")[2]
+    assert len(diagnostic) > 254
+    assert page.startswith(error_page(f"SQLTables failed with {diagnostic[:254]}\n"))
+
+
 def test_an_existing_user_with_a_quote_can_be_offered(visitor, accounts):
     accounts.change("insert into \"nordvale.system.user\" values ('o''brien', '', 'pw')")
     users = ("Abe", "bob", "mary", "o'brien", "public")

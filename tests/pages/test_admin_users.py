@@ -398,6 +398,18 @@ def test_fields_are_found_under_the_user_s_name_as_it_stands(visitor, accounts, 
     assert accounts.sent() == [ORDERED, update(name, "new", "pw"), LISTED]
 
 
+@pytest.mark.parametrize("change", [("checkbox", "OFF"), ("file", "changed"), ("password", "changed")])
+def test_a_user_s_name_that_does_not_fit_is_never_used_shortened(visitor, accounts, change):
+    """The shortened name may be another user's."""
+    short, long = 254 * "u", 300 * "u"
+    accounts.change(f"insert into \"nordvale.system.user\" values ('{long}', 'd', 'pw'), ('{short}', 'd', 'pw')")
+    visitor.post(form([(f"{short}_{change[0]}", change[1])]))
+    assert sum(statement.startswith(("update", "delete")) for statement in accounts.sent()) == 1
+    assert accounts.rows(f"select description, password from nordvale.system.user where username = '{long}'") == [
+        ("d", "pw")
+    ]
+
+
 def test_an_encoded_field_name_is_another_name(visitor, accounts):
     accounts.execute("insert into nordvale.system.user values ('a b', 'old', 'pw')")
     accounts.forget_statements()
