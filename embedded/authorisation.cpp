@@ -152,6 +152,16 @@ static bool user_exists(Connection &connection)
     return step(query);
 }
 
+// SQLite copies a whole table into one of the same shape without asking the authoriser about the columns it reads, so
+// the tables that rows come from are checked by their names as well.
+static SQLRETURN check_sources(Connection &connection, Diagnostics &diagnostics, const TranslatedStatement &statement)
+{
+    for (const TableName &name : statement.sources)
+        if (check_table(connection, privilege_select, stored_name(name).c_str()) != SQLITE_OK)
+            return fail(diagnostics, "42000", connection.access.denial);
+    return SQL_SUCCESS;
+}
+
 SQLRETURN load_access(Connection &connection, Diagnostics &diagnostics, const TranslatedStatement &statement)
 {
     connection.access = {};
@@ -171,7 +181,7 @@ SQLRETURN load_access(Connection &connection, Diagnostics &diagnostics, const Tr
         else if (!connection.access.defines)
             return fail(diagnostics, "42S02", "There is no table " + shown_name(name));
     }
-    return SQL_SUCCESS;
+    return connection.access.defines ? SQLRETURN{SQL_SUCCESS} : check_sources(connection, diagnostics, statement);
 }
 
 SQLRETURN require_administrator(Connection &connection, Diagnostics &diagnostics, const std::string &action)

@@ -10,11 +10,12 @@
 struct TableReference {
     TableName name;
     std::string alias;      // empty: none
+    bool source;            // rows come from it
 };
 
 // One level of parentheses. A comma names another table only inside a FROM clause, and only at the clause's own level.
 struct Level {
-    bool from_clause, table_expected;
+    bool from_clause, table_expected, source;
 };
 
 struct Translator {
@@ -176,11 +177,11 @@ static size_t read_dotted_name(const std::vector<Token> &tokens, size_t at, std:
 }
 
 // Reads the table name and its alias at `at`; returns the index behind the name (the alias stays in the text), or -1.
-static int read_table(Translator &translator, size_t at, std::string &problem)
+static int read_table(Translator &translator, size_t at, bool source, std::string &problem)
 {
     const std::vector<Token> &tokens = translator.tokens;
     std::vector<std::string> parts;
-    TableReference reference;
+    TableReference reference{{}, {}, source};
     size_t behind = read_dotted_name(tokens, at, parts);
 
     // A table function or a name that WITH gave is no table of ours. What neither of them is, SQLite refuses.
@@ -227,11 +228,19 @@ static bool expects_table(const std::vector<Token> &tokens, size_t at)
            (is_keyword(tokens[at], "in") && before_name);
 }
 
+// Rows only go to what follows "into", "update", "references" and "delete from"; they come from all other tables.
+static bool names_source(const std::vector<Token> &tokens, size_t at)
+{
+    if (is_from(tokens, at))
+        return at == 0 || !is_keyword(tokens[at - 1], "delete");
+    return is_keyword(tokens[at], "join") || is_keyword(tokens[at], "in");
+}
+
 static void open_parenthesis(const std::vector<Token> &tokens, size_t at, std::vector<Level> &levels)
 {
     bool joined_tables = levels.back().table_expected && !begins_query(tokens, at + 1);
     levels.back().table_expected = false;
-    levels.push_back({joined_tables, joined_tables});
+    levels.push_back({joined_tables, joined_tables, joined_tables});
 }
 
 // One sign or word that is not a table's name: what it means for where table names may stand.
@@ -245,9 +254,10 @@ static size_t step_over(const std::vector<Token> &tokens, size_t at, std::vector
         if (levels.size() > 1)
             levels.pop_back();
     } else if (is_sign(token, ',')) {
-        level.table_expected = level.from_clause;
+        level.table_expected = level.source = level.from_clause;
     } else if (expects_table(tokens, at)) {
         level.table_expected = true;
+        level.source = names_source(tokens, at);
         level.from_clause = level.from_clause || is_from(tokens, at);
         return (is_verb_update(tokens, at) ? skip_conflict_clause(tokens, at) : at) + 1;
     } else if (is_one_of(token, std::begin(from_clause_ends), std::end(from_clause_ends))) {
@@ -259,13 +269,13 @@ static size_t step_over(const std::vector<Token> &tokens, size_t at, std::vector
 static int collect_tables(Translator &translator, size_t start, std::string &problem)
 {
     const std::vector<Token> &tokens = translator.tokens;
-    std::vector<Level> levels(1, {false, false});
+    std::vector<Level> levels(1, {false, false, false});
     std::vector<std::string> parts;
 
     for (size_t at = start; at < tokens.size();) {
         if (levels.back().table_expected && is_name(tokens[at])) {
             levels.back().table_expected = false;
-            int behind = read_table(translator, at, problem);
+            int behind = read_table(translator, at, levels.back().source, problem);
             if (behind < 0)
                 return -1;
             at = static_cast<size_t>(behind);
@@ -365,7 +375,7 @@ static int translate_definition(Translator &translator, size_t at, TranslatedSta
 {
     if (at >= translator.tokens.size() || !is_name(translator.tokens[at]))
         return refuse(problem, "A table name is missing");
-    int behind = read_table(translator, at, problem);
+    int behind = read_table(translator, at, false, problem);
     if (behind < 0 || collect_tables(translator, static_cast<size_t>(behind), problem) < 0)
         return -1;
     if (statement.kind == StatementKind::drop_table && static_cast<size_t>(behind) != translator.tokens.size())
@@ -416,7 +426,7 @@ static int translate_tokens(Translator &translator, TranslatedStatement &stateme
 {
     const std::vector<Token> &tokens = translator.tokens;
     if (is_keyword(tokens[0], "grant") || is_keyword(tokens[0], "revoke")) {
-        TableReference reference;
+        TableReference reference{};
         statement.kind = is_keyword(tokens[0], "grant") ? StatementKind::grant : StatementKind::revoke;
         int result = read_grant(tokens, reference.name, statement.privileges, statement.grantee, problem);
         translator.references.push_back(reference);
@@ -453,7 +463,10 @@ int translate(std::string_view text, TranslatedStatement &statement, std::string
         return -1;
     if (translate_tokens(translator, statement, problem) < 0)
         return -1;
-    for (const TableReference &reference : translator.references)
+    for (const TableReference &reference : translator.references) {
         statement.tables.push_back(reference.name);
+        if (reference.source)
+            statement.sources.push_back(reference.name);
+    }
     return 0;
 }

@@ -23,6 +23,7 @@ struct TranslatedStatement {
     StatementKind kind;
     std::string sql;                    // for SQLite; empty for grant and revoke
     std::vector<TableName> tables;      // every table the statement names, in order; create, drop, grant: the first
+    std::vector<TableName> sources;     // those of them that rows come from: all but the target of a change
     bool replaces;                      // "replace" or "or replace": rows in the way are deleted
     bool if_exists;                     // create table if not exists, drop table if exists
     unsigned privileges;                // grant and revoke

@@ -145,6 +145,23 @@ TEST(Translate, notices_replacing_statements)
     }
 }
 
+TEST(Translate, tells_the_tables_that_rows_come_from)
+{
+    struct { const char *text, *sources; } cases[] = {
+        {"insert into A select * from B", "..B"}, {"delete from A", ""}, {"delete from A where x in B", "..B"},
+        {"update A set x = 1", ""}, {"update A set x = 1 from B, C", "..B ..C"}, {"delete from A where x in (select 1 from A)", "..A"},
+        {"select * from (A join B on 1), C", "..A ..B ..C"}, {"create table A (x references B (y))", ""},
+        {"create table A as select * from B", "..B"}, {"with q as (select * from A) insert into B select * from q", "..A"},
+    };
+    for (const auto &one : cases) {
+        TranslatedStatement statement = grant_of(one.text);
+        std::string sources;
+        for (const TableName &name : statement.sources)
+            sources.append(sources.empty() ? "" : " ").append(stored_name(name));
+        EXPECT_EQ(sources, one.sources) << one.text;
+    }
+}
+
 TEST(Translate, tells_the_kinds_of_statements_apart)
 {
     EXPECT_EQ(grant_of("select 1").kind, StatementKind::query);

@@ -70,6 +70,14 @@ def test_reading_columns_in_a_change_takes_select(staffed, statement):
     as_anna(staffed, statement)
 
 
+def test_copying_a_whole_table_takes_select_on_it(staffed):
+    staffed.execute("create table copy (id integer primary key, name varchar(20))", "grant all on copy to anna",
+                    "grant insert on shop.stock.item to anna")
+    for statement in ("insert into copy select * from shop.stock.item", "insert into copy select * from shop.stock.item c"):
+        assert "select" in denial(staffed, statement)[1]
+    assert staffed.rows("select * from copy") == []
+
+
 def test_replacing_rows_takes_delete(staffed):
     staffed.execute("grant insert on shop.stock.item to anna", "grant select on shop.stock.item to anna")
     for statement in ("replace into shop.stock.item values (1, 'x')",
