@@ -1,0 +1,31 @@
+// What ends a process, or changes it for good, runs in a child process of the test.
+
+#pragma once
+
+#include <functional>
+#include <string>
+#include <sys/types.h>
+
+struct ChildEnd {
+    int exit_status;    // -1 when a signal ended the child
+    int signal;         // 0 when it exited
+    std::string output; // what it wrote to standard output
+    std::string errors; // and to standard error
+};
+
+// Runs `body` in a child, which exits with its result, and waits for the end. The child leaves no core file.
+ChildEnd run_in_child(const std::function<int()> &body);
+
+// Starts `body` in a child with standard output on the writing end of a pipe, whose reading end is `output`.
+struct RunningChild {
+    pid_t pid;
+    int output, errors;
+};
+
+RunningChild start_child(const std::function<int()> &body);
+
+// Waits for the end of a started child.
+ChildEnd wait_for_child(RunningChild &child);
+
+// Ends a started child and reaps it.
+void stop_child(RunningChild &child);
