@@ -80,6 +80,17 @@ def test_a_failing_statement_in_autocommit_mode_leaves_nothing_half_done(staffed
     assert staffed.rows("select count(*) from shop.stock.item") == [(2,)]
 
 
+@pytest.mark.parametrize("autocommit", [True, False])
+def test_a_failed_statement_keeps_nothing_even_if_its_text_says_so(staffed, autocommit):
+    connection = staffed.connect(autocommit=autocommit)
+    connection.execute("insert into shop.stock.item values (3, 'bolt')")
+    with pytest.raises(Exception):
+        connection.execute("insert or fail into shop.stock.item values (4, 'x'), (1, 'twice')")
+    connection.commit()
+    assert names(connection) == ["nail", "screw", "bolt"]
+    connection.close()
+
+
 @pytest.mark.parametrize("mode", ["auto", "manual"])
 def test_two_processes_write_at_once(staffed, mode):
     staffed.execute("create table T (writer varchar(8), number integer)")

@@ -114,6 +114,13 @@ def test_text_is_cut_to_its_room(narrow, size, result, text):
     assert narrow_odbc.get_data(statement, 1, size=size) == (result, text + b"#" * (size + 8 - len(text)), 8)
 
 
+def test_asking_for_the_length_alone_does_not_use_up_the_value(narrow):
+    statement = fetched(narrow, "select '', 'ab'")
+    for column, length in ((1, 0), (2, 2)):
+        assert narrow_odbc.get_data(statement, column, size=0)[::2] == (1, length)
+        assert narrow_odbc.get_data(statement, column)[::2] == (0, length)
+
+
 def test_an_empty_text_has_length_0_and_null_none(narrow):
     statement = fetched(narrow, "select '', null")
     assert narrow_odbc.get_data(statement, 1)[::2] == (0, 0)
