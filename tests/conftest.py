@@ -16,14 +16,24 @@ def installed_html():
 
 
 @pytest.fixture
-def running_server(installed_html):
+def no_data_sources(tmp_path, monkeypatch):
+    """A driver manager without data sources, whatever the machine has. Gives the folder for a test's own odbc.ini."""
+    folder = tmp_path / "odbc"
+    folder.mkdir()
+    monkeypatch.setenv("ODBCSYSINI", str(folder))
+    monkeypatch.setenv("ODBCINI", "/dev/null")
+    return folder
+
+
+@pytest.fixture
+def running_server(installed_html, no_data_sources):
     server = RunningServer()
     yield server
     server.stop()
 
 
 @pytest.fixture
-def logging_server(installed_html):
+def logging_server(installed_html, no_data_sources):
     server = RunningServer(logging=True)
     yield server
     server.stop()

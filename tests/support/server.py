@@ -1,11 +1,14 @@
 """A running tabwarden and raw requests to it."""
 
 import os
+import re
 import select
 import shutil
 import signal
 import socket
 import subprocess
+import time
+from contextlib import contextmanager, suppress
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
@@ -34,6 +37,25 @@ def free_port():
         probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
         probe.bind(("127.0.0.1", 0))
         return probe.getsockname()[1]
+
+
+@contextmanager
+def started(*arguments, **options):
+    """The program with these arguments, for the tests of the start itself."""
+    with subprocess.Popen(
+        [PROGRAM, *arguments], stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options
+    ) as process:
+        try:
+            yield process
+        finally:
+            process.kill()
+
+
+def wait_until(condition):
+    """Comes back as soon as the condition holds, which it has to do sooner or later."""
+    end = time.monotonic() + 20
+    while not condition():
+        assert time.monotonic() < end, "this should have happened by now"
 
 
 class RunningServer:
@@ -74,6 +96,14 @@ class RunningServer:
             connection.sendall(data)
             return read_all(connection)
 
+    def request_at_once(self, data):
+        """request() for data that the server has to find whole at its first read: somebody else holds it meanwhile."""
+        with self.connect() as holder, self.connect() as connection:
+            connection.sendall(data)
+            wait_until(lambda: self.unread(connection) == len(data))
+            holder.sendall(b"no request\r\n\r\n")
+            return read_all(connection)
+
     def get(self, path, version=" HTTP/1.1"):
         return self.request(f"GET {path}{version}\r\nHost: localhost\r\n\r\n".encode("latin-1"))
 
@@ -88,13 +118,32 @@ class RunningServer:
         path = Path(f"/proc/{self.process.pid}/task/{self.process.pid}/children")
         return [int(child) for child in path.read_text().split()]
 
+    def unread(self, connection):
+        """How many bytes of the connection the server has received and not read yet."""
+        ends = [f":{self.port:04X}", f":{connection.getsockname()[1]:04X}"]
+        for line in Path("/proc/net/tcp").read_text().splitlines()[1:]:
+            fields = line.split()
+            if [fields[1][8:], fields[2][8:]] == ends:
+                return int(fields[4].partition(":")[2], 16)
+        return 0
+
+    def wait_until_read(self, connection):
+        wait_until(lambda: self.unread(connection) == 0)
+
     def log(self):
         return LOG_FILE.read_bytes()
 
+    def log_lines(self):
+        """The lines of the log, with a mark in place of every address."""
+        return re.sub(rb"0x[0-9a-f]+", b"ADDRESS", self.log()).splitlines(keepends=True)
+
     def stop(self):
-        for child in self.children():
-            os.kill(child, signal.SIGKILL)
+        # The parent first, or it takes the next connection with another child. A child may have ended by itself.
+        children = self.children()
         self.process.kill()
+        for child in children:
+            with suppress(ProcessLookupError):
+                os.kill(child, signal.SIGKILL)
         self.process.wait()
         self.process.stdout.close()
         self.process.stderr.close()
