@@ -9,7 +9,7 @@ import pytest
 
 from support import pages
 from support.server import HTML_DIR, RunningServer, install_html, write_product_ini
-from support.source import ADMINISTRATOR, ODBC_DIR, PASSWORD, Source, configure_odbc
+from support.source import ADMINISTRATOR, ODBC_DIR, PASSWORD, Source, list_sources
 
 FOLDER = ODBC_DIR / "pages"
 
@@ -68,30 +68,24 @@ def user_statement(name, description, password):
 
 @pytest.fixture(scope="session")
 def prepared_sources():
+    FOLDER.mkdir(parents=True, exist_ok=True)
     accounts, branch = (SampleSource(name, FOLDER) for name in pages.SOURCES)
-    with pytest.MonkeyPatch.context() as environment:
-        environment.setenv("ODBCSYSINI", str(FOLDER))
-        environment.setenv("ODBCINI", "/dev/null")
-        configure_odbc(pages.SOURCES, FOLDER)
-        accounts.prepare(
-            *(user_statement(*user) for user in pages.USERS[1:]),
-            *(f"create table {pages.quoted_name(table)} (id integer, word varchar(20))" for table in pages.TABLES),
-            *(
-                f'grant {privilege} on {pages.quoted_name(table)} to "{user}"'.replace('"public"', "public")
-                for (user, table), privileges in pages.HELD.items()
-                for privilege in privileges
-            ),
-        )
-        branch.prepare(user_statement("carol", "Carol C.", "sings"), "create table ledger (id integer)")
+    accounts.prepare(
+        *(user_statement(*user) for user in pages.USERS[1:]),
+        *(f"create table {pages.quoted_name(table)} (id integer, word varchar(20))" for table in pages.TABLES),
+        *(
+            f"grant {privilege} on {pages.quoted_name(table)} to {user}"
+            for (user, table), privileges in pages.HELD.items()
+            for privilege in privileges
+        ),
+    )
+    branch.prepare(user_statement("carol", "Carol C.", "sings"), "create table ledger (id integer)")
     return accounts, branch
 
 
 @pytest.fixture
-def sources(prepared_sources, monkeypatch):
+def sources(prepared_sources):
     """Both data sources as prepared."""
-    monkeypatch.setenv("ODBCSYSINI", str(FOLDER))
-    monkeypatch.setenv("ODBCINI", "/dev/null")
-    configure_odbc(pages.SOURCES, FOLDER)
     for source in prepared_sources:
         source.reset()
     return prepared_sources
@@ -112,7 +106,7 @@ def pages_server():
     """One server for a module: nothing of a request outlives it."""
     install_html()
     write_product_ini()
-    server = RunningServer(environment={"ODBCSYSINI": str(FOLDER), "ODBCINI": "/dev/null"})
+    server = RunningServer(environment=list_sources(pages.SOURCES, FOLDER))
     yield server
     server.stop()
 
@@ -161,12 +155,7 @@ def visitor_of(pages_server):
 
     def start(*listed):
         folder = ODBC_DIR / "listed"
-        with pytest.MonkeyPatch.context() as environment:
-            # configure_odbc leads this process to the folder too.
-            environment.setenv("ODBCSYSINI", "")
-            environment.setenv("ODBCINI", "")
-            configure_odbc([], folder, listed)
-        started.append(RunningServer(environment={"ODBCSYSINI": str(folder), "ODBCINI": "/dev/null"}))
+        started.append(RunningServer(environment=list_sources([], folder, listed)))
         return Visitor(started[-1], folder)
 
     yield start

@@ -15,8 +15,11 @@ ADMINISTRATOR = "admin"
 PASSWORD = "manager"
 
 
-def configure_odbc(names, folder=ODBC_DIR, other_drivers=()):
-    """Registers the driver and the named data sources; other_drivers adds (source, driver) pairs that are only listed."""
+def list_sources(names, folder=ODBC_DIR, other_drivers=()):
+    """Writes the driver manager's files; other_drivers adds (source, driver) pairs that are only listed.
+
+    Gives the environment of a program that is to see exactly these data sources.
+    """
     folder.mkdir(parents=True, exist_ok=True)
     drivers = ["NORDVALE_ISAM", *{driver for _, driver in other_drivers}]
     (folder / "odbcinst.ini").write_text("".join(f"[{name}]\nDriver={DRIVER}\n\n" for name in drivers))
@@ -27,8 +30,12 @@ def configure_odbc(names, folder=ODBC_DIR, other_drivers=()):
             for name, driver in sources
         )
     )
-    os.environ["ODBCSYSINI"] = str(folder)
-    os.environ["ODBCINI"] = "/dev/null"
+    return {"ODBCSYSINI": str(folder), "ODBCINI": "/dev/null"}
+
+
+def configure_odbc(names, folder=ODBC_DIR, other_drivers=()):
+    """Lists the data sources for this process and the programs that it starts."""
+    os.environ.update(list_sources(names, folder, other_drivers))
 
 
 @dataclass
@@ -59,7 +66,9 @@ class Source:
         import pyodbc
 
         pyodbc.pooling = False
-        return pyodbc.connect(f"DSN={self.name};UID={user};PWD={password}", autocommit=True)
+        # Not by the name: a process's driver manager stays with the folder that it first read data sources from.
+        place = f"DRIVER={DRIVER};Database={self.database};StatementLog={self.log}"
+        return pyodbc.connect(f"{place};UID={user};PWD={password}", autocommit=True)
 
     def execute(self, *statements, user=ADMINISTRATOR, password=PASSWORD):
         connection = self.connect(user, password)
