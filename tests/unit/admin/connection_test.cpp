@@ -1,0 +1,143 @@
+#include "admin/connection.h"
+
+#include "admin/odbc.h"
+#include "common/text.h"
+#include "same_bytes.h"
+#include "source_fixture.h"
+
+#include <sql.h>
+
+namespace {
+
+using Connection = SourceFixture;
+
+constexpr char administrator_query[] = "select \"VALUE\" from nordvale.system.sysinfo where attribute = 'dbo_user';";
+
+TEST(UriSetup, leaves_the_environment_alone_and_clears_the_other_handles)
+{
+    RequestRecord request;
+    int marker;
+    PageContext context = {&marker, &marker, &marker, &marker, nullptr, nullptr, nullptr, ""};
+    EXPECT_EQ(uri_setup(context, nullptr, &request), 0);
+    EXPECT_EQ(context.env, &marker);
+    EXPECT_EQ(context.dbc, nullptr);
+    EXPECT_EQ(context.stmt, nullptr);
+    EXPECT_EQ(context.stmt2, nullptr);
+    EXPECT_EQ(context.request, &request);
+    EXPECT_NE(context.registry, nullptr);
+    close_registry(context.registry);
+}
+
+TEST_F(Connection, reads_the_administrator_and_leaves_two_fresh_statements)
+{
+    forget_statements();
+    ASSERT_EQ(connect(), 0);
+    EXPECT_STREQ(context.dbo_user, administrator);
+    EXPECT_EQ(statements(), (std::vector<std::string>{"{connect}", administrator_query}));
+    EXPECT_TRUE(execute(context.stmt, "select username from nordvale.system.user"));
+    EXPECT_TRUE(execute(context.stmt2, "select username from nordvale.system.user"));
+    EXPECT_EQ(connection.received(), "");
+}
+
+TEST_F(Connection, is_not_made_twice)
+{
+    ASSERT_EQ(connect(), 0);
+    SQLHDBC first = context.dbc;
+    forget_statements();
+    ASSERT_EQ(connect(), 0);
+    EXPECT_EQ(context.dbc, first);
+    EXPECT_EQ(statements(), std::vector<std::string>{administrator_query});
+}
+
+TEST_F(Connection, failure_is_only_returned_without_report)
+{
+    EXPECT_EQ(connect(administrator, "wrong"), -1);
+    EXPECT_EQ(std::string(page).rfind("SQLDriverConnect failed with ", 0), 0u) << page;
+    EXPECT_NE(std::string(page).find("Invalid user and or password specified"), std::string::npos) << page;
+    EXPECT_EQ(connection.received(), "");
+}
+
+TEST_F(Connection, failure_is_an_error_page_with_report)
+{
+    connect(administrator, "wrong");
+    EXPECT_LT(uri_connect(context, page, 1), 0);
+    SQLHDBC unconnected = context.dbc;
+    EXPECT_NE(unconnected, nullptr);
+    uri_disconnect(context, page);
+    uri_setup(context, page, &request);
+    connection.received();
+    EXPECT_LT(uri_connect(context, page, 1), 0);
+    EXPECT_BYTES(error_page(page), connection.received());
+}
+
+TEST_F(Connection, without_a_data_source_ends_in_the_error_page_even_without_report)
+{
+    datasource[0] = 0;
+    EXPECT_EQ(uri_connect(context, page, 0), -1);
+    EXPECT_STREQ(page, "SQLAllocHandle failed with no diagnostic available\n");
+    EXPECT_BYTES(error_page(page), connection.received());
+}
+
+TEST_F(Connection, refuses_a_data_source_name_that_would_end_its_field)
+{
+    for (const char *name : {"sample;uid=x", "{sample}", "sample}"}) {
+        forget_statements();
+        copy_text(datasource, name);
+        EXPECT_EQ(uri_connect(context, page, 0), -1) << name;
+        EXPECT_STREQ(page, "Data source name cannot contain ; { or }.\n");
+        EXPECT_TRUE(statements().empty()) << name;
+    }
+}
+
+TEST_F(Connection, takes_any_password_as_one_value)
+{
+    run({"insert into nordvale.system.user (username, password, description) values ('odd', '', '')"});
+    for (const char *password : {"a;uid=admin", "{", "}", "a}b", "{a}", " blank ", "a=b", "pwd='\"", "}};{"}) {
+        std::string quoted;
+        for (const char *c = password; *c; c++)
+            quoted += *c == '\'' ? "''" : std::string(1, *c);
+        std::string update = "update nordvale.system.user set password = '" + quoted + "' where username = 'odd'";
+        run({update.c_str()});
+        EXPECT_EQ(connect("odd", password), 0) << password << ": " << page;
+        uri_disconnect(context, page);
+        uri_setup(context, page, &request);
+    }
+}
+
+TEST_F(Connection, takes_the_longest_user_and_password_in_braces)
+{
+    std::string longest(column_size - 1, '}');
+    EXPECT_EQ(connect(longest.c_str(), longest.c_str()), -1);
+    EXPECT_NE(std::string(page).find("Invalid user and or password specified"), std::string::npos) << page;
+}
+
+TEST_F(Connection, reset_gives_fresh_statements)
+{
+    ASSERT_EQ(connect(), 0);
+    ASSERT_TRUE(execute(context.stmt, "select username from nordvale.system.user"));
+    EXPECT_EQ(uri_reset(context, page), 0);
+    EXPECT_FALSE(succeeded(SQLFetch(context.stmt)));
+    EXPECT_TRUE(execute(context.stmt2, "select username from nordvale.system.user"));
+}
+
+TEST_F(Connection, reset_without_a_connection_ends_in_the_error_page)
+{
+    EXPECT_EQ(uri_reset(context, page), -1);
+    EXPECT_STREQ(page, "SQLAllocHandle failed with no diagnostic available\n");
+    EXPECT_BYTES(error_page(page), connection.received());
+}
+
+TEST_F(Connection, disconnect_makes_every_handle_null_and_can_be_repeated)
+{
+    ASSERT_EQ(connect(), 0);
+    for (int i = 0; i < 2; i++) {
+        EXPECT_EQ(uri_disconnect(context, page), 0);
+        EXPECT_EQ(context.env, nullptr);
+        EXPECT_EQ(context.dbc, nullptr);
+        EXPECT_EQ(context.stmt, nullptr);
+        EXPECT_EQ(context.stmt2, nullptr);
+        EXPECT_EQ(context.registry, nullptr);
+    }
+}
+
+}

@@ -1,0 +1,128 @@
+#include "admin/connection.h"
+#include "admin/page_frame.h"
+#include "admin/rights.h"
+#include "admin/users.h"
+#include "common/text.h"
+#include "same_bytes.h"
+#include "server/template.h"
+#include "source_fixture.h"
+
+#include <cstring>
+#include <fstream>
+
+namespace {
+
+class Pages : public SourceFixture {
+protected:
+    Pages()
+    {
+        run({"insert into nordvale.system.user (username, password, description) values ('bert', 'b', 'Stock')",
+             "insert into nordvale.system.user (username, password, description) values ('anna', 'a', 'Sales')"});
+        EXPECT_EQ(connect(), 0);
+        copy_text(isamuser, "");
+        page[0] = 0;
+        forget_statements();
+    }
+};
+
+TEST_F(Pages, output_user_offers_everybody_but_the_administrator_and_takes_the_first)
+{
+    Form form = {{"rights.x", "1"}};
+    EXPECT_EQ(output_user(context, page, form), 0);
+    EXPECT_STREQ(isamuser, "anna");
+    EXPECT_NE(std::string(page).find("<option selected value=\"anna\">anna</option>\n"
+                                     "<option value=\"bert\">bert</option>\n"
+                                     "<option value=\"public\">public</option>\n</select>\n"),
+              std::string::npos) << page;
+}
+
+TEST_F(Pages, output_user_keeps_the_posted_user_only_for_the_same_data_source)
+{
+    struct {
+        const char *last_datasource, *chosen;
+    } cases[] = {{"sample", "bert"}, {"Sample", "anna"}, {"other", "anna"}};
+    for (auto &c : cases) {
+        Form form = {{"isamuser", "bert"}, {"last_datasource", c.last_datasource}};
+        EXPECT_EQ(output_user(context, page, form), 0);
+        EXPECT_STREQ(isamuser, c.chosen) << c.last_datasource;
+    }
+    Form without_source = {{"isamuser", "bert"}};
+    EXPECT_EQ(output_user(context, page, without_source), 0);
+    EXPECT_STREQ(isamuser, "anna");
+}
+
+TEST_F(Pages, output_user_takes_a_posted_user_that_does_not_fit_for_none)
+{
+    std::string name(column_size, 'x');
+    Form form = {{"isamuser", name.c_str()}, {"last_datasource", "sample"}};
+    EXPECT_EQ(output_user(context, page, form), 0);
+    EXPECT_STREQ(isamuser, "anna");
+}
+
+TEST_F(Pages, display_rights_list_fails_on_a_user_name_with_a_quote)
+{
+    copy_text(isamuser, "o'hara");
+    EXPECT_EQ(display_rights_list(context, page), -1);
+    EXPECT_EQ(std::string(page).rfind("SQLTables failed with ", 0), 0u) << page;
+    EXPECT_BYTES(error_page(page), connection.received());
+}
+
+TEST_F(Pages, display_rights_goes_on_behind_a_list_that_failed)
+{
+    copy_text(isamuser, "o'hara");
+    Form form = {{"rights.x", "1"}};
+    EXPECT_EQ(display_rights(context, page, form), 0);
+    char help[template_size] = "";
+    load_template("rightshelp.html", help, sizeof help, &request);
+    EXPECT_EQ(std::string(page).rfind("SQLTables failed with ", 0), 0u);
+    EXPECT_NE(std::string(page).find(help), std::string::npos);
+}
+
+TEST_F(Pages, submit_users_changes_nothing_for_a_form_of_the_stored_values)
+{
+    Form form = {{"anna_file", "Sales"}, {"anna_password", "a"}, {"bert_file", "Stock"}, {"bert_password", "b"},
+                 {"admin_file", "Administrator"}, {"admin_password", ""}, {"admin_oldpassword", ""}, {"__newuser", ""}};
+    EXPECT_EQ(submit_users(context, page, form), 0);
+    EXPECT_EQ(statements(), std::vector<std::string>{
+                                "select username, description, password from nordvale.system.user order by 1;"});
+}
+
+TEST_F(Pages, submit_users_refuses_a_value_longer_than_its_column_for_that_row)
+{
+    std::string longest(column_size - 1, '\''), too_long(column_size, 'x');
+    Form form = {{"anna_password", longest.c_str()}, {"bert_password", too_long.c_str()}};
+    EXPECT_EQ(submit_users(context, page, form), -1);
+    EXPECT_BYTES(error_page("Password or description is too long.\n"), connection.received());
+    std::string doubled(2 * (column_size - 1), '\'');
+    EXPECT_EQ(statements().back(),
+              "update nordvale.system.user set password='" + doubled + "', description='Sales' where username='anna';");
+}
+
+TEST_F(Pages, display_users_without_a_connection_ends_in_the_error_page)
+{
+    PageContext unconnected = {};
+    uri_setup(unconnected, page, &request);
+    EXPECT_LT(display_users(unconnected, page, nullptr), 0);
+    EXPECT_BYTES(error_page("SQLAllocHandle failed with no diagnostic available\n"), connection.received());
+    uri_disconnect(unconnected, page);
+}
+
+TEST_F(Pages, a_template_that_does_not_fit_behind_the_page_goes_out_behind_it)
+{
+    memset(page, 'p', page_size - 10);
+    page[page_size - 10] = 0;
+    EXPECT_EQ(append_template(context, page, "footer.html"), 0);
+    EXPECT_EQ(connection.received(), std::string(page_size - 10, 'p'));
+    char footer[template_size] = "";
+    load_template("footer.html", footer, sizeof footer, &request);
+    EXPECT_STREQ(page, footer);
+}
+
+TEST_F(Pages, a_template_that_is_missing_is_reported)
+{
+    EXPECT_EQ(append_template(context, page, "no_such_template.html"), -1);
+    EXPECT_EQ(request.status, 404);
+    EXPECT_NE(connection.received().find("Failed to open or read template"), std::string::npos);
+}
+
+}
