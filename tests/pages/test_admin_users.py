@@ -184,7 +184,7 @@ def test_a_deleted_user_cannot_log_in_to_the_data_source(visitor, accounts):
     accounts.rows(f"select * from {quoted_name(ORDERS)}", user="mary", password="lamb")
     visitor.post(form([("mary_checkbox", "OFF")]))
     with pytest.raises(Exception, match="28000"):
-        accounts.connect("mary", "lamb")
+        accounts.execute(user="mary", password="lamb")
 
 
 # The administrator
@@ -288,7 +288,7 @@ def test_a_name_that_exists_is_not_inserted_and_nothing_is_reported(visitor, acc
 
 def test_a_new_user_can_log_in_to_the_data_source(visitor, accounts):
     visitor.post(form([("__newuser", "carl"), ("__newpass", "o'clock")]))
-    accounts.connect("carl", "o'clock").close()
+    accounts.execute(user="carl", password="o'clock")
 
 
 # Too long

@@ -1,7 +1,9 @@
 """Embedded data sources for the tests: made anew, looked into, read back."""
 
+import multiprocessing
 import os
 import subprocess
+from concurrent.futures import ProcessPoolExecutor
 from dataclasses import dataclass
 from pathlib import Path
 
@@ -38,6 +40,25 @@ def configure_odbc(names, folder=ODBC_DIR, other_drivers=()):
     os.environ.update(list_sources(names, folder, other_drivers))
 
 
+# A driver manager stays with the folder that it first read data sources from, for the life of its process. So the
+# tests' own statements run in a process of their own and leave pytest's to the tests of the driver.
+other_process = ProcessPoolExecutor(1, mp_context=multiprocessing.get_context("spawn"))
+
+
+def run(connection_string, statements, query=None):
+    """Executes the statements and gives the rows of the query, if there is one."""
+    import pyodbc
+
+    pyodbc.pooling = False
+    connection = pyodbc.connect(connection_string, autocommit=True)
+    try:
+        for statement in statements:
+            connection.execute(statement)
+        return [tuple(row) for row in connection.execute(query).fetchall()] if query else []
+    finally:
+        connection.close()
+
+
 @dataclass
 class Source:
     """One data source. Statements run as the administrator unless another user is named."""
@@ -62,25 +83,15 @@ class Source:
             Path(f"{self.database}{suffix}").unlink(missing_ok=True)
         self.log.unlink(missing_ok=True)
 
-    def connect(self, user=ADMINISTRATOR, password=PASSWORD):
-        import pyodbc
-
-        pyodbc.pooling = False
-        # Not by the name: a process's driver manager stays with the folder that it first read data sources from.
-        place = f"DRIVER={DRIVER};Database={self.database};StatementLog={self.log}"
-        return pyodbc.connect(f"{place};UID={user};PWD={password}", autocommit=True)
+    def connection_string(self, user, password):
+        return f"DRIVER={DRIVER};Database={self.database};StatementLog={self.log};UID={user};PWD={password}"
 
     def execute(self, *statements, user=ADMINISTRATOR, password=PASSWORD):
-        connection = self.connect(user, password)
-        for statement in statements:
-            connection.execute(statement)
-        connection.close()
+        """No statements at all are a log-in."""
+        other_process.submit(run, self.connection_string(user, password), statements).result()
 
     def rows(self, query, user=ADMINISTRATOR, password=PASSWORD):
-        connection = self.connect(user, password)
-        result = [tuple(row) for row in connection.execute(query).fetchall()]
-        connection.close()
-        return result
+        return other_process.submit(run, self.connection_string(user, password), (), query).result()
 
     def forget_statements(self):
         self.log.write_bytes(b"")
