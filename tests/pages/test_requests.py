@@ -244,7 +244,9 @@ def test_header_lines_that_nobody_knows_are_dropped(server):
     assert undated(server.request(f"GET / HTTP/1.1\r\n{header}\r\n".encode())) == landing_page()
 
 
-@pytest.mark.parametrize("header", [b"no colon", b":", b": value", b"Name:", b"Host", b"a:b:c", b"\x00: x", b"\xff: \xff"])
+@pytest.mark.parametrize(
+    "header", [b"no colon", b":", b": value", b"Name:", b"Host", b"a:b:c", b"\x00: x", b"\xff: \xff"]
+)
 def test_an_odd_header_line_does_no_harm(server, header):
     assert undated(server.request(b"GET / HTTP/1.1\r\n" + header + b"\r\n\r\n")) == landing_page()
 
