@@ -269,10 +269,12 @@ def answered(response):
 
 
 def message_of(error):
-    """The message of an error page, for the messages whose words are not ours."""
+    """The message of one error page and no more, for the messages whose words are not ours."""
     before, after = error_page("\0").split("\0")
     assert error.startswith(before) and error.endswith(after), error
-    return error[len(before) : len(error) - len(after)]
+    message = error[len(before) : len(error) - len(after)]
+    assert "<" not in message, message
+    return message
 
 
 def is_refused(response):
