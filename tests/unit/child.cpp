@@ -11,6 +11,9 @@
 
 namespace {
 
+// A child that says and ends nothing for so long hangs.
+constexpr int patience = 15000;
+
 // False at the end of the stream.
 bool read_some(int from, std::string &to)
 {
@@ -26,8 +29,8 @@ void read_all(const RunningChild &child, ChildEnd &end)
     pollfd streams[] = {{child.output, POLLIN, 0}, {child.errors, POLLIN, 0}};
     std::string *texts[] = {&end.output, &end.errors};
     for (int open = 2; open > 0;) {
-        if (poll(streams, 2, -1) < 0)
-            continue;
+        if (poll(streams, 2, patience) == 0)
+            kill(-child.pid, SIGKILL);
         for (int i = 0; i < 2; i++) {
             if (!streams[i].revents || read_some(streams[i].fd, *texts[i]))
                 continue;
@@ -53,6 +56,7 @@ RunningChild start_child(const std::function<int()> &body)
         dup2(errors[1], STDERR_FILENO);
         for (int fd : {output[0], output[1], errors[0], errors[1]})
             close(fd);
+        setpgid(0, 0);
         // The child shall not outlive a test that is stopped, nor leave a core file.
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         rlimit none = {0, 0};
@@ -61,6 +65,7 @@ RunningChild start_child(const std::function<int()> &body)
         fflush(nullptr);
         _exit(result);
     }
+    setpgid(pid, pid);
     close(output[1]);
     close(errors[1]);
     return {pid, output[0], errors[0]};
@@ -84,7 +89,7 @@ ChildEnd wait_for_child(RunningChild &child)
 
 void stop_child(RunningChild &child)
 {
-    kill(child.pid, SIGKILL);
+    kill(-child.pid, SIGKILL);
     wait_for_child(child);
 }
 

@@ -16,16 +16,17 @@ struct ChildEnd {
 // Runs `body` in a child, which exits with its result, and waits for the end. The child leaves no core file.
 ChildEnd run_in_child(const std::function<int()> &body);
 
-// Starts `body` in a child with standard output on the writing end of a pipe, whose reading end is `output`.
+// Reading ends of the pipes that a started child has for standard output and standard error.
 struct RunningChild {
     pid_t pid;
     int output, errors;
 };
 
+// Starts `body` in a child and goes on. The child is the first of its process group.
 RunningChild start_child(const std::function<int()> &body);
 
-// Waits for the end of a started child.
+// Waits for the end of a started child. One that hangs is ended by SIGKILL.
 ChildEnd wait_for_child(RunningChild &child);
 
-// Ends a started child and reaps it.
+// Ends a started child, with its own children, and reaps it.
 void stop_child(RunningChild &child);

@@ -19,8 +19,9 @@ HtmlFolder::HtmlFolder()
 
 HtmlFolder::~HtmlFolder()
 {
-    for (const std::string &name : made)
-        remove((folder / name).c_str());
+    // In reverse: a folder is empty when its turn comes.
+    for (auto name = made.rbegin(); name != made.rend(); ++name)
+        remove((folder / *name).c_str());
 }
 
 std::string HtmlFolder::own_name(std::string_view name) const

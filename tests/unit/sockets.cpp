@@ -1,5 +1,6 @@
 #include "tests/unit/sockets.h"
 
+#include <arpa/inet.h>
 #include <cstdlib>
 #include <ctime>
 #include <netinet/in.h>
@@ -84,9 +85,10 @@ std::vector<std::string> SocketPair::received_pieces() const
     return pieces;
 }
 
-int connect_to_port(int port)
+int connect_to_port(int port, const char *host)
 {
     sockaddr_in address = local_address(port);
+    address.sin_addr.s_addr = inet_addr(host);
     for (time_t limit = time(nullptr) + 10; time(nullptr) < limit; sched_yield()) {
         int fd = socket(AF_INET, SOCK_STREAM, 0);
         if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0)
@@ -96,16 +98,30 @@ int connect_to_port(int port)
     return -1;
 }
 
+BusyPort::BusyPort(int wanted) : holder(socket(AF_INET, SOCK_STREAM, 0)), port(wanted)
+{
+    sockaddr_in address = local_address(wanted);
+    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    socklen_t size = sizeof address;
+    // Connections that linger do not keep the port free of a listener.
+    const int on = 1;
+    setsockopt(holder, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    bool listening = bind(holder, reinterpret_cast<sockaddr *>(&address), size) == 0 && listen(holder, 1) == 0;
+    if (wanted != 0)
+        return;
+    if (!listening || getsockname(holder, reinterpret_cast<sockaddr *>(&address), &size) != 0)
+        abort();
+    port = ntohs(address.sin_port);
+}
+
+BusyPort::~BusyPort()
+{
+    close(holder);
+}
+
 int free_port()
 {
-    int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = local_address(0);
-    socklen_t size = sizeof address;
-    if (bind(fd, reinterpret_cast<sockaddr *>(&address), size) != 0
-        || getsockname(fd, reinterpret_cast<sockaddr *>(&address), &size) != 0)
-        abort();
-    close(fd);
-    return ntohs(address.sin_port);
+    return BusyPort().number();
 }
 
 std::string read_to_end(int fd)

@@ -36,9 +36,24 @@ private:
 };
 
 // Connects to a TCP port of this host, again and again until somebody listens there. -1 after some seconds.
-int connect_to_port(int port);
+int connect_to_port(int port, const char *address = "127.0.0.1");
 
-// A TCP port that nobody listens on.
+// A TCP port that nobody else can bind.
+class BusyPort {
+public:
+    // The port of that number, or any free one. A port that somebody has already is busy, too.
+    explicit BusyPort(int wanted = 0);
+    BusyPort(const BusyPort &) = delete;
+    BusyPort &operator=(const BusyPort &) = delete;
+    ~BusyPort();
+
+    int number() const { return port; }
+
+private:
+    int holder, port;
+};
+
+// A TCP port that nobody has.
 int free_port();
 
 // Reads until the other side closes.

@@ -1,0 +1,221 @@
+#include "server/reader.h"
+
+#include "tests/unit/captured_log.h"
+#include "tests/unit/child.h"
+#include "tests/unit/sockets.h"
+#include "tests/unit/stand_in_application.h"
+
+#include <csignal>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using Calls = std::vector<std::string>;
+
+const std::string landing_page = "GET / HTTP/1.1\r\nHost: h\r\n\r\n";
+
+class HandleRequest : public testing::Test {
+protected:
+    HandleRequest() { stand_in = {}; }
+    ~HandleRequest() override { freeup_attr_pairs(stand_in.form_fields); }
+
+    // Reads a request that the client sends in these pieces.
+    void handle(const std::vector<std::string> &pieces)
+    {
+        SocketPair sockets(SOCK_DGRAM);
+        for (const std::string &piece : pieces)
+            sockets.client_sends(piece);
+        handle_request(sockets.server());
+    }
+
+    // How a child ends that reads a request of these bytes, and what the client gets of it.
+    ChildEnd handle_in_child(const std::string &bytes)
+    {
+        SocketPair sockets(SOCK_STREAM);
+        sockets.client_sends(bytes);
+        ChildEnd end = run_in_child([&] {
+            handle_request(sockets.server());
+            return stand_in.calls.size() == 1 ? 0 : 1;
+        });
+        answer = sockets.received();
+        char rest[64];
+        ssize_t count = recv(sockets.server(), rest, sizeof rest, MSG_DONTWAIT);
+        unread = std::string(rest, count > 0 ? size_t(count) : 0);
+        return end;
+    }
+
+    std::string answer, unread;
+};
+
+// A request of that many bytes, its blank line at the very end.
+std::string request_of(size_t size)
+{
+    std::string begin = "GET / HTTP/1.1\r\nHost: ";
+    return begin + std::string(size - begin.size() - 4, 'h') + "\r\n\r\n";
+}
+
+// The two ends of a TCP connection on this host.
+struct TcpPair {
+    int server, client;
+
+    TcpPair()
+    {
+        int listener = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        bind(listener, reinterpret_cast<sockaddr *>(&address), size);
+        listen(listener, 1);
+        getsockname(listener, reinterpret_cast<sockaddr *>(&address), &size);
+        client = socket(AF_INET, SOCK_STREAM, 0);
+        connect(client, reinterpret_cast<sockaddr *>(&address), size);
+        server = accept(listener, nullptr, nullptr);
+        close(listener);
+    }
+    TcpPair(const TcpPair &) = delete;
+    TcpPair &operator=(const TcpPair &) = delete;
+    ~TcpPair()
+    {
+        close(server);
+        close(client);
+    }
+};
+
+}
+
+TEST_F(HandleRequest, passes_a_whole_request_on)
+{
+    handle({landing_page});
+    EXPECT_EQ(Calls{"uri_isam"}, stand_in.calls);
+    EXPECT_EQ(landing_page, stand_in.page_on_entry);
+}
+
+TEST_F(HandleRequest, collects_a_request_that_is_cut_anywhere)
+{
+    for (size_t cut = 1; cut < landing_page.size(); cut++) {
+        stand_in = {};
+        handle({landing_page.substr(0, cut), landing_page.substr(cut)});
+        EXPECT_EQ(Calls{"uri_isam"}, stand_in.calls) << cut;
+        EXPECT_EQ(landing_page, stand_in.page_on_entry) << cut;
+    }
+}
+
+TEST_F(HandleRequest, collects_a_request_from_many_pieces)
+{
+    handle({"GET", " / HTTP/1.1\r", "\n", "Host: h\r\n", "\r", "\n"});
+    EXPECT_EQ(landing_page, stand_in.page_on_entry);
+}
+
+TEST_F(HandleRequest, does_not_take_a_receive_of_nothing_for_the_end)
+{
+    handle({"GET / HTTP/1.1\r\n", "", "", "Host: h\r\n\r\n"});
+    EXPECT_EQ(landing_page, stand_in.page_on_entry);
+}
+
+TEST_F(HandleRequest, does_not_take_a_first_receive_of_nothing_for_the_end)
+{
+    handle({"", landing_page});
+    EXPECT_EQ(landing_page, stand_in.page_on_entry);
+}
+
+TEST_F(HandleRequest, waits_for_a_blank_line_of_two_full_line_ends)
+{
+    handle({"GET / HTTP/1.1\n\n", "Host: h\r\n\n\r", "Via: v\r\n\r\n"});
+    EXPECT_EQ("GET / HTTP/1.1\n\nHost: h\r\n\n\rVia: v\r\n\r\n", stand_in.page_on_entry);
+}
+
+TEST_F(HandleRequest, keeps_what_arrived_of_the_body)
+{
+    handle({"POST / HTTP/1.1\r\nContent-Length: 7\r\n\r\na=1", "&b=2"});
+    EXPECT_EQ((std::vector<std::pair<std::string, std::string>>{{"a", "1"}, {"b", "2"}}), stand_in.fields);
+    EXPECT_EQ("POST / HTTP/1.1\r\nContent-Length: 7\r\n\r\na=1", stand_in.page_on_entry);
+}
+
+TEST_F(HandleRequest, leaves_the_socket_open)
+{
+    SocketPair sockets(SOCK_STREAM);
+    sockets.client_sends(landing_page);
+    handle_request(sockets.server());
+    EXPECT_EQ(1, send(sockets.server(), "x", 1, 0));
+}
+
+TEST_F(HandleRequest, takes_a_request_of_32767_bytes)
+{
+    ChildEnd end = handle_in_child(request_of(32767));
+    EXPECT_EQ(0, end.exit_status);
+    EXPECT_EQ(0u, answer.find("HTTP/1.1 200 OK\r\n"));
+}
+
+TEST_F(HandleRequest, ends_the_process_for_a_header_that_ends_at_byte_32768_with_nothing_sent)
+{
+    CapturedLog log;
+    EXPECT_EQ(SIGABRT, handle_in_child(request_of(32768)).signal);
+    EXPECT_EQ("", answer);
+    EXPECT_EQ("", log.text());
+}
+
+TEST_F(HandleRequest, ends_the_process_for_a_header_without_end_with_nothing_sent)
+{
+    EXPECT_EQ(SIGABRT, handle_in_child(std::string(32768, 'h')).signal);
+    EXPECT_EQ("", answer);
+}
+
+TEST_F(HandleRequest, ends_the_process_for_a_header_with_so_much_of_its_body)
+{
+    EXPECT_EQ(SIGABRT, handle_in_child(landing_page + std::string(32768 - landing_page.size(), 'b')).signal);
+    EXPECT_EQ("", answer);
+}
+
+TEST_F(HandleRequest, takes_no_more_than_32768_bytes_off_the_connection)
+{
+    EXPECT_EQ(SIGABRT, handle_in_child(std::string(32768, 'h') + "left").signal);
+    EXPECT_EQ("left", unread);
+}
+
+TEST_F(HandleRequest, returns_silently_when_there_is_no_such_socket)
+{
+    CapturedLog log;
+    SocketPair sockets(SOCK_STREAM);
+    int number = sockets.server();
+    sockets.close_server();
+    handle_request(number);
+    EXPECT_EQ(Calls{}, stand_in.calls);
+    EXPECT_EQ("", log.text());
+}
+
+TEST_F(HandleRequest, returns_silently_for_a_receive_error)
+{
+    // Readable for select, but nothing that can be received from.
+    CapturedLog log;
+    int unconnected = socket(AF_INET, SOCK_STREAM, 0);
+    handle_request(unconnected);
+    close(unconnected);
+    EXPECT_EQ(Calls{}, stand_in.calls);
+    EXPECT_EQ("", log.text());
+}
+
+TEST_F(HandleRequest, logs_an_exception_on_the_socket_and_sends_nothing)
+{
+    CapturedLog log;
+    TcpPair connection;
+    ASSERT_EQ(1, send(connection.client, "!", 1, MSG_OOB));
+    handle_request(connection.server);
+    EXPECT_EQ("Exception on socket\n", log.text());
+    EXPECT_EQ(Calls{}, stand_in.calls);
+    char byte;
+    EXPECT_EQ(-1, recv(connection.client, &byte, 1, MSG_DONTWAIT));
+}
+
+TEST_F(HandleRequest, does_not_read_behind_an_exception)
+{
+    TcpPair connection;
+    ASSERT_EQ(ssize_t(landing_page.size()), send(connection.client, landing_page.data(), landing_page.size(), 0));
+    ASSERT_EQ(1, send(connection.client, "!", 1, MSG_OOB));
+    handle_request(connection.server);
+    EXPECT_EQ(Calls{}, stand_in.calls);
+}
