@@ -112,6 +112,15 @@ def test_urgent_data_before_the_request_is_logged_and_closes_the_connection(logg
     assert logging_server.log_lines()[3:] == [b"Exception on socket\n"]
 
 
+def test_urgent_data_counts_before_a_request_that_came_with_it(logging_server):
+    with held(logging_server) as first, logging_server.connect() as connection:
+        connection.sendall(REQUEST)
+        connection.send(b"!", socket.MSG_OOB)
+        first.sendall(b"\r\n\r\n")
+        assert read_all(connection) == b""
+    assert logging_server.log_lines()[3:] == [b"Exception on socket\n"]
+
+
 # One client after the other
 
 

@@ -7,7 +7,10 @@ import pytest
 from support import pages
 from support.server import is_silent, read_all, wait_until
 
-PAGE = pages.error_page("No datasource specified, re-select<br>").encode()
+
+def no_data_source():
+    """What answers a form that was read: none of these names a data source."""
+    return pages.error_page("No datasource specified, re-select<br>").encode()
 
 
 def header(length=None):
@@ -102,7 +105,7 @@ def split(logging_server):
     ids=repr,
 )
 def test_a_body_is_split_into_decoded_fields(split, body, fields):
-    assert split(body) == (PAGE, [line for name, raw, value in fields for line in field(name, raw, value)])
+    assert split(body) == (no_data_source(), [line for name, raw, value in fields for line in field(name, raw, value)])
 
 
 def test_line_ends_in_front_of_a_field_are_skipped(split):
@@ -127,7 +130,7 @@ def test_line_ends_in_a_value_are_dropped(split):
 def test_a_form_may_have_many_fields(split):
     names = [f"field{number}".encode() for number in range(2000)]
     answer, lines = split(b"&".join(name + b"=v" for name in names))
-    assert answer == PAGE
+    assert answer == no_data_source()
     assert lines == [line for name in names for line in field(name, b"v", b"v")]
 
 
@@ -194,13 +197,13 @@ def test_the_rest_of_a_body_that_came_in_part_with_its_header_is_awaited(logging
         logging_server.wait_until_read(connection)
         assert is_silent(connection, 0.05)
         connection.sendall(b"8")
-        assert read_all(connection) == PAGE
+        assert read_all(connection) == no_data_source()
     assert b"a = 12345678\n" in logging_server.log_lines()
 
 
 def test_a_body_may_come_in_any_pieces(logging_server, log_behind):
     body = b"a=1&b=hello+world%21"
-    assert post_body_apart(logging_server, len(body), *(bytes([byte]) for byte in body)) == PAGE
+    assert post_body_apart(logging_server, len(body), *(bytes([byte]) for byte in body)) == no_data_source()
     assert log_behind(b"0 bytes of remaining posted data\n")[:2] == splitting(body)
 
 
@@ -210,7 +213,7 @@ def test_header_and_body_may_meet_in_one_piece(logging_server):
         connection.sendall(data[:-4])
         logging_server.wait_until_read(connection)
         connection.sendall(data[-4:])
-        assert read_all(connection) == PAGE
+        assert read_all(connection) == no_data_source()
 
 
 @pytest.mark.parametrize("length", [1, 3, 6, 7])
@@ -229,7 +232,7 @@ def test_a_body_without_a_usable_length_or_with_one_too_large_ends_where_the_cli
         assert is_silent(connection, 0.05)
         connection.sendall(b"&b=2")
         connection.shutdown(socket.SHUT_WR)
-        assert read_all(connection) == PAGE
+        assert read_all(connection) == no_data_source()
     assert log_behind(b"0 bytes of remaining posted data\n")[:2] == splitting(b"a=1&b=2")
 
 
@@ -242,7 +245,7 @@ def test_a_body_as_large_as_the_buffer_is_taken_whole(logging_server, log_behind
         logging_server.wait_until_read(connection)
         connection.sendall(body)
         connection.shutdown(socket.SHUT_WR)
-        assert read_all(connection) == PAGE
+        assert read_all(connection) == no_data_source()
     assert log_behind(b"0 bytes of remaining posted data\n")[:2] == splitting(body)
 
 
@@ -256,7 +259,7 @@ def test_a_body_larger_than_the_buffer_is_taken_as_far_as_it_fits(logging_server
 
 
 def test_a_nul_byte_cuts_what_came_in_its_piece(logging_server, log_behind):
-    assert post_body_apart(logging_server, 7, b"a=1\0&b=", b"&c=3") == PAGE
+    assert post_body_apart(logging_server, 7, b"a=1\0&b=", b"&c=3") == no_data_source()
     assert log_behind(b"0 bytes of remaining posted data\n")[:2] == splitting(b"a=1&c=3")
 
 
@@ -284,7 +287,7 @@ def test_line_ends_that_came_with_the_header_are_no_part_of_the_body(logging_ser
 
 
 def test_a_body_with_a_colon_that_comes_by_itself_is_a_body(logging_server):
-    assert post_body_apart(logging_server, 5, b"a=b:c") == PAGE
+    assert post_body_apart(logging_server, 5, b"a=b:c") == no_data_source()
     assert b"a = b:c\n" in logging_server.log_lines()
 
 

@@ -11,6 +11,7 @@ from support.server import (
     LOG_FILE,
     PRODUCT_INI,
     free_port,
+    start_line_of,
     started,
     wait_until,
     write_product_ini,
@@ -35,7 +36,7 @@ def start_once():
     """Starts the program, waits for its start-up line, ends it. Gives the port and what stood on standard error."""
     port = free_port()
     with started("-p", str(port)) as process:
-        assert process.stdout.readline() == f"html server accepting requests on port {port}\n".encode()
+        assert start_line_of(process) == f"html server accepting requests on port {port}\n".encode()
         process.kill()
         return port, process.stderr.read()
 
@@ -69,12 +70,13 @@ def test_a_log_directory_may_end_with_a_slash():
     assert LOG_FILE.read_bytes() == b"".join(opening(port))
 
 
-@pytest.mark.skipif(DEFAULT_LOG_FILE.exists(), reason=f"somebody else logs to {DEFAULT_LOG_FILE}")
 @pytest.mark.parametrize(
     "configuration",
     [None, "", "[Settings]\n", "[Settings]\nOther=/\n", f"[Others]\nLogDir={LOG_DIR}\n"],
 )
 def test_without_the_configuration_value_the_log_is_in_tmp(configuration):
+    if DEFAULT_LOG_FILE.exists():
+        pytest.skip(f"somebody else logs to {DEFAULT_LOG_FILE}")
     PRODUCT_INI.unlink()
     if configuration is not None:
         PRODUCT_INI.write_text(configuration)

@@ -7,7 +7,7 @@ from pathlib import Path
 
 import pytest
 
-from support.server import LOG_DIR, LOG_FILE, PROGRAM, RunningServer, free_port, read_all, started
+from support.server import LOG_DIR, LOG_FILE, PROGRAM, RunningServer, free_port, read_all, start_line_of, started
 
 USAGE = b"""
 usage : tabwarden [-p "port"]
@@ -67,10 +67,11 @@ def test_the_option_gives_the_port(running_server):
     assert listening_port(running_server.process) == running_server.port
 
 
-@pytest.mark.skipif(not is_free(8451), reason="port 8451 is in use")
 def test_without_the_option_the_port_is_8451():
+    if not is_free(8451):
+        pytest.skip("port 8451 is in use")
     with started() as process:
-        assert process.stdout.readline() == start_line(8451)
+        assert start_line_of(process) == start_line(8451)
         assert request(8451).startswith(b"HTTP/1.1 200 OK\r\n")
 
 
@@ -78,21 +79,21 @@ def test_without_the_option_the_port_is_8451():
 def test_the_option_in_other_forms(arguments):
     port = free_port()
     with started(*(argument.format(port) for argument in arguments)) as process:
-        assert process.stdout.readline() == start_line(port)
+        assert start_line_of(process) == start_line(port)
 
 
 @pytest.mark.parametrize("written", ["{0}", " {0}", "+{0}", "00{0}", "{0}x", "{0}.5", "{0} 1", "{1}", "{2}", "-{3}"])
 def test_the_port_text_is_read_as_a_decimal_number_of_which_16_bits_count(written):
     port = free_port()
     with started("-p", written.format(port, 65536 + port, 5 * 65536 + port, 65536 - port)) as process:
-        assert process.stdout.readline() == start_line(port)
+        assert start_line_of(process) == start_line(port)
         assert listening_port(process) == port
 
 
 @pytest.mark.parametrize("written", ["http", "", " ", "x8451", "0x50", "65536", 254 * "0"])
 def test_a_text_that_is_no_number_becomes_0_and_the_system_chooses_a_port(written):
     with started("-p", written) as process:
-        assert process.stdout.readline() == start_line(0)
+        assert start_line_of(process) == start_line(0)
         port = listening_port(process)
         assert port > 0
         assert request(port).startswith(b"HTTP/1.1 200 OK\r\n")
@@ -110,7 +111,7 @@ def test_a_port_that_was_served_a_moment_ago_can_be_taken_again_at_once():
         server.get("/")
     server.stop()
     with started("-p", str(server.port)) as process:
-        assert process.stdout.readline() == start_line(server.port)
+        assert start_line_of(process) == start_line(server.port)
 
 
 # A failed start

@@ -51,6 +51,12 @@ def started(*arguments, **options):
             process.kill()
 
 
+def start_line_of(process):
+    """The first line of the program's output, which comes at once."""
+    assert select.select([process.stdout], [], [], 20)[0], "there is no start-up line"
+    return process.stdout.readline()
+
+
 def wait_until(condition):
     """Comes back as soon as the condition holds, which it has to do sooner or later."""
     end = time.monotonic() + 20
@@ -73,8 +79,12 @@ class RunningServer:
             stderr=subprocess.PIPE,
             env={**os.environ, **(environment or {})},
         )
-        self.start_line = self.process.stdout.readline().decode()
-        self._wait_until_listening()
+        try:
+            self.start_line = start_line_of(self.process).decode()
+            self._wait_until_listening()
+        except BaseException:
+            self.stop()
+            raise
 
     def _wait_until_listening(self):
         """The start line is written just before listen(). A connection without a request would hold the server."""
