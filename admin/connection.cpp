@@ -4,6 +4,7 @@
 #include "admin/odbc.h"
 #include "common/text.h"
 
+#include <cctype>
 #include <cstring>
 #include <odbcinst.h>
 #include <sql.h>
@@ -14,11 +15,16 @@ namespace {
 // "dsn=", ";uid=" and ";pwd=" with a data source name and two values in braces, each of their characters doubled.
 constexpr int connection_string_size = 6 * column_size;
 
-// Whether the value would end its field, or lose a blank, when it stood in the connection string as it is.
+bool is_blank(char character)
+{
+    return isspace(static_cast<unsigned char>(character)) != 0;
+}
+
+// Whether the value would end its field, or lose blanks, when it stood in the connection string as it is.
 bool needs_braces(const char *value)
 {
     size_t length = strlen(value);
-    return length > 0 && (strpbrk(value, ";{}") || value[0] == ' ' || value[length - 1] == ' ');
+    return length > 0 && (strpbrk(value, ";{}") || is_blank(value[0]) || is_blank(value[length - 1]));
 }
 
 void put_value(TextWriter &connection, const char *value)

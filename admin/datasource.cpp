@@ -53,14 +53,8 @@ bool choose_datasource(SQLHENV env, const FormField *form_fields)
 void output_options(int socket, PageBuffer &page, SQLHENV env)
 {
     ColumnText name;
-    for (SQLUSMALLINT direction = SQL_FETCH_FIRST; next_datasource(env, direction, name); direction = SQL_FETCH_NEXT) {
-        if (strcasecmp(name, datasource) == 0)
-            http_printf(socket, page, "<option selected value=\"%s\">%s</option>\n", html_attribute(name).text,
-                        html_text(name).text);
-        else
-            http_printf(socket, page, "<option value=\"%s\">%s</option>\n", html_attribute(name).text,
-                        html_text(name).text);
-    }
+    for (SQLUSMALLINT direction = SQL_FETCH_FIRST; next_datasource(env, direction, name); direction = SQL_FETCH_NEXT)
+        output_option(socket, page, strcasecmp(name, datasource) == 0, name);
 }
 
 void output_chooser(int socket, PageBuffer &page, SQLHENV env, const char *select_name)

@@ -21,13 +21,6 @@ void send_text(const PageContext &context, const TextWriter &piece)
     send(context.request->socket, piece.out.data(), piece.length, 0);
 }
 
-void put_message(TextWriter &piece, const char *message)
-{
-    put(piece, "<p>");
-    put(piece, message);
-    put(piece, "<p>\r\n");
-}
-
 }
 
 int return_error(PageContext &context, const char *message)
@@ -41,7 +34,7 @@ int return_error(PageContext &context, const char *message)
 
     TextWriter body{buffer};
     put(body, "\r\n<H1>Error</H1>\r\n");
-    put_message(body, message);
+    put_error_paragraph(body, message);
     put_template(body, "footer.html", context.request);
     send_text(context, body);
 
@@ -60,12 +53,11 @@ int report_failure(PageContext &context, PageBuffer &message, const char *call, 
 
 int add_html_error(const char *message, PageBuffer &out, int *length)
 {
-    constexpr size_t room_for_fixed_texts = 1024;
     TextWriter page{out};
     put(page, "<HTML><HEAD>\r\n<TITLE>Error</TITLE>\r\n</HEAD>");
     put(page, "<BODY bgcolor=\"white\">\r\n<H1>");
     put(page, "Error</H1>\r\n");
-    put_message(page, strnlen(message, page_size) < page_size - room_for_fixed_texts ? message : "");
+    put_error_paragraph(page, message);
     put_address(page);
     *length = int(page.length);
     return *length;

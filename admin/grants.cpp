@@ -14,6 +14,9 @@ namespace {
 // Verb, privilege and the words between them, a table and a user, each of their characters doubled.
 constexpr int statement_size = 32 + quoted_table_size + 2 * column_size + 2;
 
+// A row key, "_" and a privilege.
+constexpr int field_size = 3 * column_size + 8;
+
 struct Verb {
     const char *name, *preposition;
 };
@@ -67,7 +70,7 @@ void submit_table(PageContext &context, const TableName &table, const FormField 
     RowKey key;
     build_row_key(table, key);
     for (const char *privilege : privileges) {
-        char field[privilege_field_size];
+        char field[field_size];
         format_text(field, "%s_%s", key, privilege);
         Verb verb = getvalue(form_fields, field) ? grant : revoke;
         if (!change_privilege(context.stmt2, verb, privilege, table, isamuser))

@@ -16,9 +16,6 @@
 // The four privileges in the order in which pages show and statements change them.
 constexpr const char *privileges[] = {"select", "insert", "update", "delete"};
 
-// A row key, "_" and a privilege.
-constexpr int privilege_field_size = 3 * column_size + 8;
-
 // Makes the privileges of `isamuser` match the posted boxes of the rights list: for each table and privilege a grant if
 // the field is in the form, whatever its value, a revoke if not. There is no comparison with what is held already. A
 // statement that fails does not stop the others and shows no message.

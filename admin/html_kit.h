@@ -4,9 +4,15 @@
 // A table is an opener, rows and TABLE_END. Every opener opens two tables, an outer one of a single cell whose
 // background shows through the inner one's cell spacing as grid lines; TABLE_END closes both. A cell is a begin
 // fragment, its content and the end fragment of the same kind. The case of the colours differs between the fragments
-// on purpose: the texts are a vocabulary that style sheets and scripts match.
+// on purpose.
 
 #pragma once
+
+#include "admin/page_context.h"
+#include "server/response.h"
+
+// Appends one option of a select, `name` as its value and its label.
+void output_option(int socket, PageBuffer &page, bool selected, const ColumnText &name);
 
 inline constexpr const char *HEADER_TDBEGIN =
     "<td nowrap bgcolor=#0a1965><font size=-1 color=#fdb025><strong>";

@@ -83,22 +83,32 @@ int end_page(PageContext &context, PageBuffer &page, int *length)
     return result;
 }
 
+// Whether the data source that the page is connected to let somebody in whom the log-in did not accept: nobody at all
+// (a form posted to the landing page), or the administrator of another data source named beside this one.
+bool is_somebody_else(const PageContext &context)
+{
+    return !logonuser[0] || (context.dbo_user[0] && strcasecmp(context.dbo_user, logonuser) != 0);
+}
+
 int connect_page(PageContext &context, PageBuffer &page)
 {
     if (int result = output_datasource(context, page, context.form_fields, "datasource"); result < 0)
         return result;
     if (int result = uri_connect(context, page, 1); result < 0)
         return result;
+    if (is_somebody_else(context))
+        return return_error(context, "Only the administrator of the data source can work with it.\n");
     return uri_reset(context, page);
 }
 
-// A menu button outweighs the hidden field of the page that it was pressed on.
+// A menu button outweighs the hidden field of the page that it was pressed on; of the hidden fields, that of the users
+// page decides, as it does for the page's body.
 bool has_user_chooser(const PageContext &context)
 {
     for (const char *button : {"users.x", "rights.x", "reports.x"})
         if (is_present(context, button))
             return is_present(context, "rights.x");
-    return is_present(context, "rights_refresh");
+    return is_present(context, "rights_refresh") && !is_present(context, "users_refresh");
 }
 
 int output_body(PageContext &context, PageBuffer &page)
@@ -164,6 +174,8 @@ int validate_user(const char *user, const char *password, PageBuffer &message, R
     uri_setup(context, message, request);
     if (!copy_text(logonuser, user) || !copy_text(logonauth, password) || !copy_text(datasource, source))
         return refuse(context, "User name, password or data source name is too long.\n");
+    // Without a data source name uri_connect has sent its page already and a second one follows: kept, as nothing but an
+    // emptied chooser leads here.
     if (uri_connect(context, message, 0) < 0)
         return strstr(message, "Invalid user and or password specified") ? -1 : refuse(context, message);
     // An administrator that could not be read is nobody, an empty user name least of all. The connection of a refused

@@ -8,7 +8,6 @@
 #include "server/request.h"
 
 #include <sql.h>
-#include <sqltypes.h>
 
 // Every text that comes from a result column, and every name that goes into the connection, has at most
 // column_size - 1 characters.

@@ -31,26 +31,17 @@ void choose_user(const FormField *form_fields)
     copy_text(isamuser, is_of_this_source ? user : "");
 }
 
-void output_user_option(int socket, PageBuffer &page, const ColumnText &user)
-{
-    if (!isamuser[0])
-        copy_text(isamuser, user);
-    if (strcmp(user, isamuser) == 0)
-        http_printf(socket, page, "<option selected value=\"%s\">%s</option>\n", html_attribute(user).text,
-                    html_text(user).text);
-    else
-        http_printf(socket, page, "<option value=\"%s\">%s</option>\n", html_attribute(user).text,
-                    html_text(user).text);
-}
-
 void output_user_options(PageContext &context, PageBuffer &page)
 {
     if (!execute(context.stmt, "select username from nordvale.system.user order by 1;"))
         diagnostic_text(SQL_HANDLE_STMT, context.stmt);
     while (succeeded(SQLFetch(context.stmt))) {
         ColumnText user;
-        if (read_column(context.stmt, 1, user) && strcmp(user, context.dbo_user) != 0)
-            output_user_option(context.request->socket, page, user);
+        if (!read_column(context.stmt, 1, user) || strcmp(user, context.dbo_user) == 0)
+            continue;
+        if (!isamuser[0])
+            copy_text(isamuser, user);
+        output_option(context.request->socket, page, strcmp(user, isamuser) == 0, user);
     }
 }
 
@@ -59,8 +50,7 @@ void output_buttons(int socket, PageBuffer &page)
     http_printf(socket, page, "<br>&nbsp;<br>");
     http_printf(socket, page, TABLE_BEGIN_NOBORDER);
     http_printf(socket, page, "<tr>\n");
-    // Two tags without their ">", on purpose: browsers end the tag at the next one, and whoever reads the pages by
-    // program knows these bytes.
+    // Two tags without their ">", on purpose: browsers end the tag at the next one.
     http_printf(socket, page, "%s<input type=submit name=rights_grant value=\"Grant All\"%s\n", DETAIL_TDBEGIN,
                 DETAIL_TDEND);
     http_printf(socket, page, "%s<input type=submit name=rights_revoke value=\"Revoke All\"%s\n", DETAIL_TDBEGIN,

@@ -1,5 +1,5 @@
 // The rights page: which of the four table privileges a chosen user holds on every table, and the buttons that change
-// them. The three procedures need an open connection and begin with uri_reset; its negative result is returned.
+// them. The three procedures need an open connection and give it fresh statements with uri_reset.
 
 #pragma once
 

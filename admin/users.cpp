@@ -112,8 +112,7 @@ void output_user_rows(PageContext &context, PageBuffer &page)
 
 void output_new_user_row(int socket, PageBuffer &page)
 {
-    // Opened by a closing tag, on purpose: browsers open the row by themselves, and whoever reads the pages
-    // by program knows these bytes.
+    // Opened by a closing tag, on purpose: browsers open the row by themselves at its first cell.
     http_printf(socket, page, "</tr>\n");
     http_printf(socket, page, "%s<input type=text name=__newuser size=20>%s\n", DETAIL_TDBEGIN, DETAIL_TDEND);
     http_printf(socket, page, "%s<input type=text name=__newfile size=40>%s\n", DETAIL_TDBEGIN, DETAIL_TDEND);

@@ -16,6 +16,7 @@ int display_users(PageContext &context, PageBuffer &page, FormField *form_fields
 // follows shows the table as it is.
 //
 // Returns 0, or the negative result of uri_reset or return_error (`message` has received an ODBC failure's text) for a
-// wrong or missing old administrator password, a new name with a single quote, and a posted value that is longer than
-// its column's 254 characters. The rows before stay changed, the later ones and the new user are left alone then.
+// wrong or missing old administrator password, a new name with a single quote, a posted value that is longer than its
+// column's 254 characters, and a change to a row whose stored values are: writing them back would cut them. The rows
+// before stay changed, the later ones and the new user are left alone then.
 int submit_users(PageContext &context, PageBuffer &message, const FormField *form_fields);

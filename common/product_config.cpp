@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <odbcinst.h>
+#include <unistd.h>
 
 namespace {
 
@@ -18,10 +19,23 @@ struct Registry {
     ProfileReader read;
 };
 
+namespace {
+
+// The installer library would make a file that is missing.
+int read_existing_file(const char *section, const char *key, const char *default_value, char *buffer, int size,
+                       const char *file)
+{
+    if (access(file, R_OK) != 0)
+        return -1;
+    return SQLGetPrivateProfileString(section, key, default_value, buffer, size, file);
+}
+
+}
+
 Registry *open_registry()
 {
     auto registry = static_cast<Registry *>(calloc(1, sizeof(Registry)));
-    set_ini_function(registry, SQLGetPrivateProfileString);
+    set_ini_function(registry, read_existing_file);
     return registry;
 }
 
@@ -35,9 +49,8 @@ int get_profile_string(Registry *registry, const void *, const char *section, co
                        const char *default_value, char *buffer, int size)
 {
     char value[longest_value] = "";
-    if (registry && registry->file)
-        registry->read(section, key, default_value, value, longest_value, registry->file);
-    else
+    if (!registry || !registry->file ||
+        registry->read(section, key, default_value, value, longest_value, registry->file) < 0)
         copy_text(value, default_value);
     if (!copy_text({buffer, size_t(size)}, value))
         return -1;

@@ -7,7 +7,7 @@
 struct Registry;
 
 // The shape of SQLGetPrivateProfileString (ODBC installer API): section, key, default, buffer, buffer size, file.
-// Gives the number of characters written.
+// Gives the number of characters written, or -1 when the file cannot be read.
 using ProfileReader = int (*)(const char *, const char *, const char *, char *, int, const char *);
 
 // A new handle that has no file yet and reads with SQLGetPrivateProfileString. Null when there is no memory.

@@ -3,7 +3,6 @@
 
 #pragma once
 
-#include <cstdarg>
 #include <cstddef>
 #include <span>
 

@@ -14,7 +14,7 @@ struct UriEntry;
 // Builds a page. The response header has been sent already, so the status line cannot change any more.
 // Arguments: its own row; the request; the page buffer, whose contents are overwritten; the page's length, page_size on
 // entry, on return the number of page bytes that are still to be sent (0 or less: none); the form, or null.
-// Returns a negative number for failure; the handler has told the client then.
+// Returns a negative number for failure: nothing more is sent then.
 using Handler = int (*)(const UriEntry *, RequestRecord *, PageBuffer &, int *, FormField *);
 
 // Bit of a row's flags: the page needs a chosen data source and the credentials of its administrator.

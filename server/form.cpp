@@ -124,7 +124,7 @@ bool is_click_coordinate(const char *name)
 
 int load_postdata(RequestRecord *record, PostBuffer &post_buffer, int *length_out)
 {
-    // With nothing counted yet this consumes nothing: header lines end where the body begins.
+    // Consumes nothing while the count is 0, as it is here; kept so that a caller may count header lines into the buffer.
     char *start = post_buffer;
     store_hd_field(&start, length_out, record);
     log_printf("%d bytes of remaining posted data\n", *length_out);

@@ -26,8 +26,8 @@ int load_postdata(RequestRecord *record, PostBuffer &post_buffer, int *length_ou
 // in posted order, duplicates kept, ended by a null pair. Fields named "x" and "y", the click coordinates of an image
 // button without a name, are dropped.
 //
-// Returns 0. Ends the process when the text holds only blanks and line ends, when the last field has no "=" or nothing
-// behind it, when no field is left, and when there is no memory.
+// Returns 0. Ends the process when the text, or what follows its last "&", is only blanks and line ends, when the last
+// field has no "=" or nothing behind it, when no field is left, and when there is no memory.
 int split_form_fields(char *text, int length, FormField **list_out);
 
 // The value of the first field of that name (case-sensitive), owned by the list; null when there is none or the list

@@ -18,6 +18,6 @@ struct FormItemSpec {
 // Names are compared case-sensitively.
 const FormItemSpec *find_ff_item_from_name(const FormItemSpec *items, const char *name);
 
-// The position, from 0, of `name` among the members of `item`. Gives 0 also when it is none of them: callers use the
-// result as a bit number and have always had bit 0 for that.
+// The position, from 0, of `name` among the members of `item`, case-sensitively. On purpose it gives 0 also when `name`
+// is none of them: the result is a bit number, and there is none for "nothing".
 int bitno_of_mask(const char *name, const FormItemSpec *item);

@@ -2,7 +2,7 @@
 
 #pragma once
 
-// The most that a request's header, with what arrives of its body, may take.
+// A request's header, with what arrives of its body in the same receives, stays below this.
 constexpr int request_size = 32768;
 
 // Waits up to 30 seconds for the first data on the socket, reads until the text holds a blank line (CR LF CR LF) and

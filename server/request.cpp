@@ -158,7 +158,7 @@ void store_value(RequestRecord *record, const char *name, const char *value)
 
 bool is_continuation(const Cursor &cursor)
 {
-    // The second byte, not the first, on purpose: this is the line rule that the server's clients have always met.
+    // The second byte on purpose, not the first: a line that only begins with a blank is a header line of its own.
     return cursor.remaining > 1 && (cursor.next[1] == ' ' || cursor.next[1] == '\t');
 }
 
@@ -167,12 +167,11 @@ const char *take_value(Cursor &cursor)
 {
     const char *value = cursor.next;
     int length = length_until(cursor, "\r\x12");
-    if (length == cursor.remaining) {
-        cursor.remaining = -1;
-        return value;
-    }
+    bool is_last = length == cursor.remaining;
     end_word(cursor, length);
     skip_line_ends(cursor);
+    if (is_last)
+        cursor.remaining = -1;
     return value;
 }
 

@@ -11,7 +11,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-const char *const server_token = "Skiffhttp 1.0 (unix)";
+const char server_token[] = "Skiffhttp 1.0 (unix)";
 const char basic_realm[] = "Isam Permissions Administration";
 
 namespace {
@@ -81,6 +81,8 @@ static_assert(shortcut[classes] == std::size(status_lines));
 
 constexpr int internal_server_error = 44;
 
+constexpr int error_page_size = 4096;
+
 constexpr char ap_day_snames[][4] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
 constexpr char ap_month_snames[][4] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                        "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
@@ -93,6 +95,9 @@ int status_index(int status)
     int index = shortcut[status_class] + status % 100;
     return index < shortcut[status_class + 1] ? index : internal_server_error;
 }
+
+// For the closing tag of an error page's message and for the line that names the server.
+constexpr size_t room_behind_message = 512;
 
 struct DateText {
     char text[64];
@@ -133,7 +138,7 @@ void put_cache_lines(TextWriter &header, const RequestRecord *request, uint32_t 
         put_line(header, "Pragma", "no-cache");
         return;
     }
-    // Contradictory on purpose: each browser generation heeds another one of the three.
+    // Contradictory on purpose: the strictest of the three that a cache understands is the one that it obeys.
     put_line(header, "Cache-Control", "must-revalidate");
     put_line(header, "Cache-Control", "max-age=3600");
     put_line(header, "Cache-Control", "no-cache");
@@ -171,6 +176,14 @@ void put_address(TextWriter &page)
     put(page, line);
 }
 
+void put_error_paragraph(TextWriter &page, const char *message)
+{
+    bool fits = page.length + strlen(message) + room_behind_message < page.out.size();
+    put(page, "<p>");
+    put(page, fits ? message : "");
+    put(page, "<p>\r\n");
+}
+
 int protocol_header(const RequestRecord *request, char *buffer, int *length_out, int32_t content_length, int status,
                     uint32_t flags, const char *content_type)
 {
@@ -190,8 +203,8 @@ int protocol_header(const RequestRecord *request, char *buffer, int *length_out,
     put_cache_lines(header, request, flags);
     put_line(header, "Content-Type", content_type ? content_type : "text/html");
     if (status == 401) {
-        // No line end of its own, on purpose: the refusal text follows this line directly, and browsers raise their
-        // log-in dialog on exactly this block.
+        // No line end of its own, on purpose, so that the block has no blank line: the refusal text follows directly.
+        // Browsers raise their log-in dialog on it all the same.
         put(header, "WWW-Authenticate: Basic realm=\"");
         put(header, basic_realm);
         put(header, "\"");
@@ -259,12 +272,10 @@ int send_error_response(int socket, int status)
 
 int send_internal_error(int socket, const char *message)
 {
-    char page[error_page_size], paragraph[error_page_size / 2];
-    if (!format_text(paragraph, "<p>%s<p>\r\n", message))
-        copy_text(paragraph, "<p><p>\r\n");
+    char page[error_page_size];
     TextWriter writer{page};
     put(writer, "<HTML><HEAD>\r\n<TITLE>Error</TITLE>\r\n</HEAD><BODY>\r\n<H1>Error</H1>\r\n");
-    put(writer, paragraph);
+    put_error_paragraph(writer, message);
     put_address(writer);
     return int(send(socket, page, writer.length, 0));
 }

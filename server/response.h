@@ -19,7 +19,6 @@ using PageBuffer = char[page_size];
 constexpr int page_flush_length = 16384;
 
 constexpr int header_size = 2048;
-constexpr int error_page_size = 4096;
 
 // Bit of the header flags: the answer may be kept by public caches.
 constexpr uint32_t public_caching = 1;
@@ -29,12 +28,15 @@ struct ResponsePiece {
     int32_t length;
 };
 
-extern const char *const server_token;
+extern const char server_token[];
 extern const char basic_realm[];
 
 // Appends the line that names this server under an error page: server token, host name ("unknown" when the system
 // gives none), port.
 void put_address(TextWriter &page);
+
+// Appends an error page's message. One that leaves no room for put_address behind it (512 bytes) is left out whole.
+void put_error_paragraph(TextWriter &page, const char *message);
 
 // Writes the status line and header block into `buffer`, which has header_size bytes, and its length into
 // `*length_out`. A content length of 0 or less means unknown, a null content type text/html. Status codes without a
@@ -65,5 +67,5 @@ int append_text(int socket, PageBuffer &page, const char *text);
 int send_error_response(int socket, int status);
 
 // Sends a bare HTML error page, without status line and header, for failures behind a header that has gone out.
-// A message that does not fit into the page (error_page_size bytes) is left out whole. Returns the result of send().
+// The page takes 4096 bytes, its message about 3400: see put_error_paragraph. Returns the result of send().
 int send_internal_error(int socket, const char *message);

@@ -1,11 +1,10 @@
 #include "server/static_file.h"
 
 #include "common/file.h"
-#include "common/text.h"
 #include "server/response.h"
 #include "server/template.h"
 
-#include <climits>
+#include <cstdint>
 #include <cstring>
 #include <sys/stat.h>
 
@@ -93,7 +92,7 @@ int uri_file(int socket, RequestRecord *request)
     if (int result = get_install_path(install_path, sizeof install_path); result < 0)
         return result;
     const char *name = request->path_override ? request->path_override : request->uri;
-    bool fits = format_text(path, "%s/%s/%s", install_path, "html", name);
+    bool fits = html_path(path, install_path, name);
     if (strstr(fits ? path : name, "..")) {
         request->status = 403;
         return -1;

@@ -13,7 +13,8 @@ namespace {
 constexpr char default_installpath[] = TABWARDEN_INSTALL_DIR;
 static_assert(sizeof default_installpath <= path_size);
 
-// The length of the shortest directive, one with an empty file name.
+// What a directive with an empty file name takes with one blank in it. Fewer characters at the end of a template are
+// text.
 constexpr size_t shortest_directive = 23;
 
 // The file name of a directive, inside the template text, and where the text goes on behind the directive.
@@ -79,21 +80,19 @@ void append(Output &output, const char *text)
 
 void include_file(Output &output, const char *install_path, const Directive &directive)
 {
-    char name[template_size], path[path_size];
+    char name[template_size], path[path_size + template_size];
     Output name_copy = {name, sizeof name, 0};
     append(name_copy, directive.name, directive.name_length);
     name[name_copy.length] = 0;
 
-    bool fits = format_text(path, "%s/%s/%s", install_path, "html", name);
-    if (File file{fits ? fopen(path, "rb") : nullptr}; file.stream) {
+    html_path(path, install_path, name);
+    if (File file{fopen(path, "rb")}; file.stream) {
         output.length += fread(output.text + output.length, 1, output.room(), file.stream);
         return;
     }
-    log_printf("Failed to open include file %s/%s/%s\n", install_path, "html", name);
+    log_printf("Failed to open include file %s\n", path);
     append(output, "<p>Include file ");
-    append(output, install_path);
-    append(output, "/html/");
-    append(output, name);
+    append(output, path);
     append(output, " not found/readable");
 }
 
@@ -128,14 +127,19 @@ int get_install_path(char *buffer, int)
     return 0;
 }
 
+bool html_path(std::span<char> path, const char *install_path, const char *name)
+{
+    return format_text(path, "%s/%s/%s", install_path, "html", name);
+}
+
 int load_template(const char *name, char *output, int size, RequestRecord *request)
 {
     log_printf("load_template(%s,%p,%d,%p)\n", name, static_cast<void *>(output), size, static_cast<void *>(request));
     char install_path[path_size], path[path_size], message[path_size + 64], text[template_size];
     if (int result = get_install_path(install_path, sizeof install_path); result < 0)
         return result;
-    bool bounded = size_t(size) >= strlen(install_path) + strlen(name) + 2;
-    if (!bounded || !format_text(path, "%s/%s/%s", install_path, "html", name)) {
+    bool bounded = size >= int(strlen(install_path) + strlen(name) + 2);
+    if (!bounded || !html_path(path, install_path, name)) {
         request->status = 507;
         log_printf("Failed to get create template path - too long\n");
         return -1;

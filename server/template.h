@@ -11,6 +11,8 @@
 
 #include "server/request.h"
 
+#include <span>
+
 // The room that callers give to get_install_path.
 constexpr int path_size = 1024;
 
@@ -19,6 +21,10 @@ constexpr int template_size = 32768;
 // Copies the installation directory, with its trailing slash, into `buffer`. `size` is not looked at: callers pass
 // path_size. Returns 0; callers take a negative result as failure.
 int get_install_path(char *buffer, int size);
+
+// Writes the path of the html folder's file `name`, "%s/%s/%s" of installation directory, "html" and name, into `path`.
+// The doubled slash that this gives is harmless. False when it does not fit.
+bool html_path(std::span<char> path, const char *install_path, const char *name);
 
 // Fills `output` with the processed template, NUL-terminated, at most `size` - 1 (and template_size - 1) characters;
 // output that does not fit stops at the last character that does. An include file that does not open leaves a note in

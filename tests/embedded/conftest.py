@@ -7,9 +7,7 @@ import pytest
 
 sys.path.insert(0, str(Path(__file__).parent))
 
-BUILD = Path(os.environ["TABWARDEN_BUILD"])
-DRIVER = BUILD / "embedded" / "libtabwarden_isam.so"
-CREATE = BUILD / "embedded" / "isam_create"
+from support.source import CREATE, DRIVER  # noqa: E402
 
 
 class Source:

@@ -5,7 +5,8 @@ from pathlib import Path
 
 import pytest
 
-from conftest import BUILD, CREATE
+from support.server import BUILD
+from support.source import CREATE
 
 SAMPLE = Path(__file__).resolve().parents[2] / "script" / "sample"
 

@@ -216,7 +216,7 @@ def test_ten_thousand_rows_are_read(narrow):
 
 def test_every_declared_function_is_there_and_no_other(narrow, source):
     import subprocess
-    from conftest import DRIVER
+    from support.source import DRIVER
     exported = {line.split()[-1] for line in subprocess.run(["nm", "-D", "--defined-only", DRIVER], text=True,
                                                             capture_output=True).stdout.splitlines()}
     numbers = {"SQLTables": 54, "SQLColumns": 40, "SQLStatistics": 53, "SQLTablePrivileges": 70, "SQLFetch": 13,

@@ -63,6 +63,11 @@ int note_and_answer(const char *section, const char *key, const char *default_va
     return snprintf(buffer, size_t(size), "%s", "answered");
 }
 
+int fail_to_read(const char *, const char *, const char *, char *, int, const char *)
+{
+    return -1;
+}
+
 }
 
 TEST_F(ProductConfig, reads_the_value_of_a_key_in_its_section)
@@ -71,6 +76,26 @@ TEST_F(ProductConfig, reads_the_value_of_a_key_in_its_section)
     expect_value("/var/log/tabwarden", read("Settings", "LogDir"));
     expect_value("/wrong", read("Other", "LogDir"));
     expect_value("2", read("Settings", "Behind"));
+}
+
+TEST_F(ProductConfig, gives_the_default_for_a_missing_file)
+{
+    set_config(registry, "/nowhere/at/all/product.ini");
+    expect_value("/tmp/", read("Settings", "LogDir"));
+}
+
+TEST_F(ProductConfig, does_not_make_a_missing_file)
+{
+    std::string missing = folder.path() + "/product.ini";
+    set_config(registry, missing.c_str());
+    expect_value("/tmp/", read("Settings", "LogDir"));
+    EXPECT_EQ(std::nullopt, read_file(missing));
+}
+
+TEST_F(ProductConfig, gives_the_default_for_a_folder_in_place_of_the_file)
+{
+    set_config(registry, folder.path().c_str());
+    expect_value("/tmp/", read("Settings", "LogDir"));
 }
 
 TEST_F(ProductConfig, gives_the_default_for_a_missing_section)
@@ -128,6 +153,13 @@ TEST_F(ProductConfig, hands_everything_to_a_reader_that_replaces_its_own)
     set_ini_function(registry, note_and_answer);
     expect_value("answered", read("Settings", "LogDir"));
     EXPECT_EQ("Settings|LogDir|/tmp/|/some/file.ini", asked_for);
+}
+
+TEST_F(ProductConfig, gives_the_default_when_its_reader_fails)
+{
+    set_config(registry, "/some/file.ini");
+    set_ini_function(registry, fail_to_read);
+    expect_value("/tmp/", read("Settings", "LogDir"));
 }
 
 TEST(ProductConfigWithoutHandle, reads_only_defaults)

@@ -92,6 +92,27 @@ TEST_F(UriIsam, passes_a_failed_connection_up)
     EXPECT_BYTES(error_page(page), connection.received());
 }
 
+TEST_F(UriIsam, shows_nothing_to_a_user_of_the_data_source_who_is_not_its_administrator)
+{
+    run({"insert into nordvale.system.user (username, password, description) values ('anna', 'a', '')"});
+    copy_text(logonuser, "anna");
+    copy_text(logonauth, "a");
+    Form form = {{"datasource", "sample"}, {"users.x", "1"}};
+    int length = page_size;
+    EXPECT_LT(uri_isam(nullptr, &request, page, &length, form), 0);
+    EXPECT_BYTES(error_page("Only the administrator of the data source can work with it.\n"), connection.received());
+}
+
+TEST_F(UriIsam, shows_the_page_to_the_administrator_in_any_letter_case)
+{
+    copy_text(logonuser, "Admin");
+    copy_text(logonauth, administrator_password);
+    Form form = {{"datasource", "sample"}, {"reports.x", "1"}};
+    int length = page_size;
+    EXPECT_EQ(uri_isam(nullptr, &request, page, &length, form), 0);
+    EXPECT_EQ(length, int(strlen(page)));
+}
+
 TEST_F(UriIsam, answers_a_form_without_data_source_with_a_bare_page)
 {
     Form form = {{"users.x", "1"}};
