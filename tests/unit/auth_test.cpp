@@ -3,6 +3,7 @@
 #include "common/base64.h"
 #include "tests/unit/captured_log.h"
 #include "tests/unit/child.h"
+#include "tests/unit/failing_call.h"
 #include "tests/unit/guarded_text.h"
 #include "tests/unit/stand_in_application.h"
 
@@ -240,6 +241,18 @@ TEST_F(Authorised, aborts_for_credentials_without_a_colon)
 TEST_F(Authorised, aborts_for_a_colon_behind_a_nul_byte)
 {
     EXPECT_EQ(SIGABRT, signal_of(basic(std::string("user\0:pass", 10))));
+}
+
+TEST_F(Authorised, aborts_when_there_is_no_memory)
+{
+    char value[] = " Basic dXNlcjpwYXNz";
+    request.headers[1].value = value;
+    ChildEnd end = run_in_child([&] {
+        return use_up_memory() ? authorised(&request, page, &length, fields) : 77;
+    });
+    if (end.exit_status == 77)
+        GTEST_SKIP() << "memory cannot be used up here";
+    EXPECT_EQ(SIGABRT, end.signal);
 }
 
 TEST_F(Authorised, logs_nothing)

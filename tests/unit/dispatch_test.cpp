@@ -408,7 +408,8 @@ TEST_F(ProcessRequest, sends_nothing_when_the_credential_check_has_answered)
 
 TEST_F(ProcessRequest, ends_the_process_for_malformed_credentials_with_nothing_sent)
 {
-    for (const char *lines : {"Authorization: Basic\r\n", "Authorization:  \r\n", "Authorization: Basic dXNlcg==\r\n"}) {
+    for (const char *lines : {"Authorization: Basic\r\n", "Authorization:  \r\n",
+                              "Authorization: Basic dXNlcg==\r\n"}) {
         EXPECT_EQ(SIGABRT, process_in_child(post("/isam.cgi", "datasource=d", lines)).signal) << lines;
         EXPECT_EQ(Pieces{}, pieces) << lines;
     }
@@ -416,7 +417,8 @@ TEST_F(ProcessRequest, ends_the_process_for_malformed_credentials_with_nothing_s
 
 TEST_F(ProcessRequest, ends_the_process_for_a_malformed_request_with_nothing_sent)
 {
-    for (const char *request : {"GET\r\n\r\n", "GET /", "FOO / HTTP/1.1\r\n\r\n", "HEAD / HTTP/1.1\r\n\r\n", "\r\n\r\n"}) {
+    for (const char *request : {"GET\r\n\r\n", "GET /", "FOO / HTTP/1.1\r\n\r\n", "HEAD / HTTP/1.1\r\n\r\n",
+                                "\r\n\r\n"}) {
         EXPECT_EQ(SIGABRT, process_in_child(request).signal) << request;
         EXPECT_EQ(Pieces{}, pieces) << request;
     }
@@ -449,8 +451,8 @@ TEST_F(ProcessRequest, serves_a_file_to_a_post_without_reading_its_body)
 
 TEST_F(ProcessRequest, ends_the_process_for_a_path_of_no_row_and_no_file_with_nothing_sent)
 {
-    for (const char *path : {"/unit_no_such_file", "/isam.cgi/", "/ISAM.CGI", "/Index.html/", "/../x", "/a..b", "//isam.cgi",
-                             "/isam%2ecgi", "isam.cgi"}) {
+    for (const char *path : {"/unit_no_such_file", "/isam.cgi/", "/ISAM.CGI", "/Index.html/", "/../x", "/a..b",
+                             "//isam.cgi", "/isam%2ecgi", "isam.cgi"}) {
         EXPECT_EQ(SIGABRT, process_in_child(std::string("GET ") + path + " HTTP/1.1\r\n\r\n").signal) << path;
         EXPECT_EQ(Pieces{}, pieces) << path;
     }

@@ -2,9 +2,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 
 bool let_system_call_fail(int number, int error)
 {
@@ -16,4 +18,25 @@ bool let_system_call_fail(int number, int error)
     };
     sock_fprog program = {4, filter};
     return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+bool use_up_memory()
+{
+#if defined(__SANITIZE_ADDRESS__)
+    // Its allocator ends the process in place of giving null.
+    return false;
+#else
+    // The stack cannot grow any more either behind the limit, so it grows now.
+    volatile char stack[1 << 18];
+    for (size_t i = 0; i < sizeof stack; i += 4096)
+        stack[i] = 1;
+    const rlimit nothing_more = {1, 1};
+    if (setrlimit(RLIMIT_AS, &nothing_more) != 0)
+        return false;
+    // Every size of small pieces in its turn: the allocator keeps lists of them. Volatile, or nothing is allocated.
+    for (size_t size = 1 << 20; size > 0; size -= size > 2048 ? size / 2 : 8)
+        for (void *volatile piece = malloc(size); piece;)
+            piece = malloc(size);
+    return true;
+#endif
 }

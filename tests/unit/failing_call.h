@@ -1,6 +1,10 @@
-// Makes a system call fail in this process and its children, for good: to be used in a child of the test.
+// System calls and memory that fail in this process and its children, for good: to be used in a child of the test.
 
 #pragma once
 
-// `number` as in <sys/syscall.h>. False when the system does not allow it.
+// `number` as in <sys/syscall.h>; an error of 0 makes the call do nothing and give 0. False when the system does not
+// allow it.
 bool let_system_call_fail(int number, int error);
+
+// Takes all memory there is, so that every further allocation fails. False where that cannot be done.
+bool use_up_memory();

@@ -1,7 +1,9 @@
 #include "server/form.h"
 
+#include "server/log.h"
 #include "tests/unit/captured_log.h"
 #include "tests/unit/child.h"
+#include "tests/unit/failing_call.h"
 #include "tests/unit/guarded_text.h"
 #include "tests/unit/same_bytes.h"
 #include "tests/unit/sockets.h"
@@ -343,6 +345,22 @@ TEST(SplitFormFields, aborts_for_a_length_below_1)
 TEST(SplitFormFields, aborts_for_a_text_that_begins_with_a_nul)
 {
     EXPECT_EQ(SIGABRT, run_in_child([] { return SplitForm(std::string_view("\0a=1", 4)).result; }).signal);
+}
+
+TEST(SplitFormFields, aborts_when_there_is_no_memory)
+{
+    CapturedLog log;
+    log_printf("the stream has its buffer then\n");
+    ChildEnd end = run_in_child([] {
+        GuardedText text("a=1");
+        FormField *list;
+        return use_up_memory() ? split_form_fields(text.text(), text.length(), &list) : 77;
+    });
+    if (end.exit_status == 77)
+        GTEST_SKIP() << "memory cannot be used up here";
+    EXPECT_EQ(SIGABRT, end.signal);
+    std::string lines = log.text();
+    EXPECT_EQ("\na=1\nmalloc/realloc failed\n", lines.substr(lines.find("..)") + 3)) << lines;
 }
 
 TEST(Getvalue, gives_the_first_of_equal_names)

@@ -2,6 +2,7 @@
 
 #include "tests/unit/captured_log.h"
 #include "tests/unit/child.h"
+#include "tests/unit/failing_call.h"
 #include "tests/unit/sockets.h"
 #include "tests/unit/stand_in_application.h"
 
@@ -9,6 +10,7 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <string>
+#include <sys/syscall.h>
 #include <unistd.h>
 #include <vector>
 
@@ -196,6 +198,28 @@ TEST_F(HandleRequest, returns_silently_for_a_receive_error)
     handle_request(unconnected);
     close(unconnected);
     EXPECT_EQ(Calls{}, stand_in.calls);
+    EXPECT_EQ("", log.text());
+}
+
+TEST_F(HandleRequest, returns_silently_when_nothing_comes_in_time)
+{
+    // A wait that gives 0 at once looks like the end of a long one.
+    CapturedLog log;
+    SocketPair sockets(SOCK_STREAM);
+    sockets.client_sends(landing_page);
+    ChildEnd end = run_in_child([&] {
+        if (!let_system_call_fail(__NR_pselect6, 0))
+            return 77;
+#ifdef __NR_select
+        let_system_call_fail(__NR_select, 0);
+#endif
+        handle_request(sockets.server());
+        return stand_in.calls.empty() ? 0 : 1;
+    });
+    if (end.exit_status == 77)
+        GTEST_SKIP() << "the system does not let calls fail";
+    EXPECT_EQ(0, end.exit_status);
+    EXPECT_EQ("", sockets.received());
     EXPECT_EQ("", log.text());
 }
 

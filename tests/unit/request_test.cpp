@@ -1,6 +1,8 @@
 #include "server/request.h"
 
 #include "tests/unit/captured_log.h"
+#include "tests/unit/child.h"
+#include "tests/unit/failing_call.h"
 #include "tests/unit/guarded_text.h"
 
 #include <cstring>
@@ -461,6 +463,21 @@ TEST(ParseRequest, takes_the_longest_request)
     EXPECT_EQ("/" + path, shown(request.uri));
 }
 
+TEST(ParseRequest, sets_status_500_when_there_is_no_memory)
+{
+    ChildEnd end = run_in_child([] {
+        RequestRecord record;
+        init_new_request(&record);
+        GuardedText text("GET / HTTP/1.1\r\n\r\n");
+        if (!use_up_memory())
+            return 77;
+        return parse_request(text.text(), text.length(), &record) == -1 && record.status == 500 ? 0 : 1;
+    });
+    if (end.exit_status == 77)
+        GTEST_SKIP() << "memory cannot be used up here";
+    EXPECT_EQ(0, end.exit_status);
+}
+
 TEST(StoreHdField, gives_0_and_advances_nothing_without_bytes)
 {
     StoredLine line("");
@@ -553,6 +570,17 @@ TEST(StoreHdField, lets_a_name_run_over_line_ends)
     EXPECT_EQ(line.text.length(), line.consumed());
 }
 
+TEST(StoreHdField, reads_no_further_than_its_count)
+{
+    GuardedText text("Host: abc\r\nVia: v\r\n");
+    Record record;
+    char *cursor = text.text();
+    int remaining = 7;
+    EXPECT_EQ(1, store_hd_field(&cursor, &remaining, &record));
+    EXPECT_STREQ(" a", header(record, "host"));
+    EXPECT_EQ(-1, remaining);
+}
+
 TEST(StoreHdField, continues_a_value_when_the_second_byte_of_the_next_line_is_a_blank_or_tab)
 {
     const struct {
@@ -596,6 +624,17 @@ TEST(StoreHdField, reads_no_second_byte_behind_the_end)
     EXPECT_EQ(1, line.result);
     EXPECT_STREQ(" h", header(line, "host"));
     EXPECT_EQ(1, line.remaining);
+}
+
+TEST(StoreHdField, reads_no_second_byte_behind_its_count)
+{
+    GuardedText text("Host: h\r\nx more\r\n");
+    Record record;
+    char *cursor = text.text();
+    int remaining = 10;
+    EXPECT_EQ(1, store_hd_field(&cursor, &remaining, &record));
+    EXPECT_STREQ(" h", header(record, "host"));
+    EXPECT_EQ(1, remaining);
 }
 
 TEST(StoreHdField, converts_a_continued_content_length_too)

@@ -3,15 +3,18 @@
 #include "server/server_state.h"
 #include "tests/unit/captured_log.h"
 #include "tests/unit/child.h"
+#include "tests/unit/failing_call.h"
 #include "tests/unit/guarded_text.h"
 #include "tests/unit/same_bytes.h"
 #include "tests/unit/sockets.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <string>
+#include <sys/syscall.h>
 #include <unistd.h>
 #include <vector>
 
@@ -409,6 +412,20 @@ TEST(PutAddress, names_server_host_and_port)
     EXPECT_EQ(address_line(8451), line);
 }
 
+TEST(PutErrorParagraph, keeps_512_bytes_for_what_stands_behind_it)
+{
+    for (size_t room : {size_t(1000), size_t(4096)}) {
+        std::string fitting(room - 513, 'm'), too_long(room - 512, 'm');
+        for (const std::string &message : {fitting, too_long}) {
+            GuardedText page(std::string(room - 1, '#'));
+            TextWriter writer{{page.text(), room}};
+            put_error_paragraph(writer, message.c_str());
+            EXPECT_BYTES("<p>" + (message == fitting ? message : "") + "<p>\r\n", std::string(page.text()));
+            EXPECT_FALSE(writer.overflow);
+        }
+    }
+}
+
 TEST(SendErrorResponse, ends_the_process_with_nothing_sent)
 {
     for (int status : {400, 401, 404, 405, 413, 501, 200, 0, 999}) {
@@ -442,6 +459,17 @@ TEST(SendInternalError, gives_the_result_of_a_failed_send)
     EXPECT_EQ(-1, send_internal_error(-1, "message"));
 }
 
+TEST(SendInternalError, sends_a_message_of_several_paths)
+{
+    nport = 8451;
+    const std::string message(3400, 'm');
+    SocketPair sockets(SOCK_DGRAM);
+    EXPECT_LT(3400, send_internal_error(sockets.server(), message.c_str()));
+    EXPECT_BYTES("<HTML><HEAD>\r\n<TITLE>Error</TITLE>\r\n</HEAD><BODY>\r\n<H1>Error</H1>\r\n<p>" + message + "<p>\r\n"
+                     + address_line(8451),
+                 sockets.received());
+}
+
 TEST(SendInternalError, leaves_out_a_message_that_does_not_fit)
 {
     nport = 8451;
@@ -466,4 +494,21 @@ TEST(SendInternalError, asks_for_the_host_name_each_time)
         GTEST_SKIP() << "needs the right to a host name of its own";
     EXPECT_EQ(0, end.exit_status);
     EXPECT_NE(std::string::npos, sockets.received().find(" Server at another-host Port "));
+}
+
+TEST(SendInternalError, says_unknown_for_a_host_without_a_name)
+{
+    SocketPair sockets(SOCK_DGRAM);
+    ChildEnd end = run_in_child([&] {
+        if (!let_system_call_fail(__NR_uname, EFAULT))
+            return 77;
+        nport = 8451;
+        return send_internal_error(sockets.server(), "m") > 0 ? 0 : 1;
+    });
+    if (end.exit_status == 77)
+        GTEST_SKIP() << "the system does not let calls fail";
+    EXPECT_EQ(0, end.exit_status);
+    EXPECT_EQ("<HTML><HEAD>\r\n<TITLE>Error</TITLE>\r\n</HEAD><BODY>\r\n<H1>Error</H1>\r\n<p>m<p>\r\n"
+              "<ADDRESS>Skiffhttp 1.0 (unix) Server at unknown Port 8451</ADDRESS>\r\n",
+              sockets.received());
 }

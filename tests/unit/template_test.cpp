@@ -79,6 +79,24 @@ TEST(GetInstallPath, does_not_look_at_the_size)
     EXPECT_EQ(install_dir, path);
 }
 
+TEST(HtmlPath, joins_directory_folder_and_name)
+{
+    char path[64];
+    EXPECT_TRUE(html_path(path, "/opt/isam/", "header.html"));
+    EXPECT_STREQ("/opt/isam//html/header.html", path);
+    EXPECT_TRUE(html_path(path, "/opt/isam/", ""));
+    EXPECT_STREQ("/opt/isam//html/", path);
+}
+
+TEST(HtmlPath, refuses_a_path_that_does_not_fit)
+{
+    char exact[10], small[9];
+    EXPECT_TRUE(html_path(exact, "/a", "b"));
+    EXPECT_STREQ("/a/html/b", exact);
+    EXPECT_FALSE(html_path(small, "/a", "b"));
+    EXPECT_STREQ("", small);
+}
+
 TEST_F(LoadTemplate, copies_a_template_without_directives_byte_for_byte)
 {
     for (const std::string content : {"a", "\n", "<html>\r\n<body>\t</body>\n</html>\n", "<", "<<<>>>", "<!", "<!--",
