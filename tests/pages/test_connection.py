@@ -191,6 +191,17 @@ def test_a_killed_child_ends_its_own_connection_only(server, number):
     assert undated(server.request(REQUEST)) == ANSWER
 
 
+def test_a_child_that_outlives_the_server_does_not_keep_its_port(server):
+    with held(server) as connection:
+        (child,) = server.children()
+        server.process.kill()
+        server.process.wait()
+        with pytest.raises(ConnectionRefusedError):
+            server.connect()
+        os.kill(child, signal.SIGKILL)
+        assert read_all(connection) == b""
+
+
 # Requests and clients that end badly
 
 

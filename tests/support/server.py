@@ -126,6 +126,8 @@ class RunningServer:
 
     def children(self):
         path = Path(f"/proc/{self.process.pid}/task/{self.process.pid}/children")
+        if self.process.poll() is not None:
+            return []
         return [int(child) for child in path.read_text().split()]
 
     def unread(self, connection):
