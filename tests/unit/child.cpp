@@ -12,7 +12,7 @@
 namespace {
 
 // A child that says and ends nothing for so long hangs.
-constexpr int patience = 15000;
+constexpr int patience = 5000;
 
 // False at the end of the stream.
 bool read_some(int from, std::string &to)

@@ -8,6 +8,19 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 
+namespace {
+
+// Behind a limit of memory the stack cannot grow either, so it gets its size before. Not inlined: what is called later
+// shall find its room within.
+[[gnu::noinline]] void grow_stack()
+{
+    volatile char stack[1 << 18];
+    for (size_t i = 0; i < sizeof stack; i += 1024)
+        stack[i] = 1;
+}
+
+}
+
 bool let_system_call_fail(int number, int error)
 {
     sock_filter filter[] = {
@@ -22,14 +35,11 @@ bool let_system_call_fail(int number, int error)
 
 bool use_up_memory()
 {
+    grow_stack();
 #if defined(__SANITIZE_ADDRESS__)
     // Its allocator ends the process in place of giving null.
     return false;
 #else
-    // The stack cannot grow any more either behind the limit, so it grows now.
-    volatile char stack[1 << 18];
-    for (size_t i = 0; i < sizeof stack; i += 4096)
-        stack[i] = 1;
     const rlimit nothing_more = {1, 1};
     if (setrlimit(RLIMIT_AS, &nothing_more) != 0)
         return false;

@@ -12,6 +12,9 @@ namespace {
 // Holds a whole answer, so that the server's sends do not block while nobody reads.
 constexpr int send_room = 1 << 20;
 
+// A server that says nothing for so long hangs.
+constexpr timeval patience = {5, 0};
+
 constexpr size_t longest_piece = 1 << 17;
 
 void close_end(int &fd)
@@ -91,6 +94,7 @@ int connect_to_port(int port, const char *host)
     address.sin_addr.s_addr = inet_addr(host);
     for (time_t limit = time(nullptr) + 10; time(nullptr) < limit; sched_yield()) {
         int fd = socket(AF_INET, SOCK_STREAM, 0);
+        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
         if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0)
             return fd;
         close(fd);

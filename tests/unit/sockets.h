@@ -35,7 +35,8 @@ private:
     int ends[2];
 };
 
-// Connects to a TCP port of this host, again and again until somebody listens there. -1 after some seconds.
+// Connects to a TCP port of this host, again and again until somebody listens there. -1 after some seconds. Reading
+// from the connection ends after some seconds of silence.
 int connect_to_port(int port, const char *address = "127.0.0.1");
 
 // A TCP port that nobody else can bind.
@@ -56,5 +57,5 @@ private:
 // A TCP port that nobody has.
 int free_port();
 
-// Reads until the other side closes.
+// Reads until the other side closes, or until reading fails.
 std::string read_to_end(int fd);
