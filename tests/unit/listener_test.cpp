@@ -83,9 +83,10 @@ protected:
 
 const char landing_page[] = "GET / HTTP/1.1\r\n\r\n";
 
+// The answer to it, up to the end of the connection: the stand-in application's page is empty.
 bool is_page(const std::string &answer)
 {
-    return answer.rfind("HTTP/1.1 200 OK\r\n", 0) == 0;
+    return answer.starts_with("HTTP/1.1 200 OK\r\n") && answer.ends_with("\r\n\r\n");
 }
 
 }

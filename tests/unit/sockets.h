@@ -57,5 +57,5 @@ private:
 // A TCP port that nobody has.
 int free_port();
 
-// Reads until the other side closes, or until reading fails.
+// Reads until the other side closes. "(silence)" stands behind the text when it does not.
 std::string read_to_end(int fd);
