@@ -2,6 +2,7 @@
 
 #include "common/text.h"
 #include "server/log.h"
+#include "server/reading_limit.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -124,6 +125,7 @@ bool is_click_coordinate(const char *name)
 
 int load_postdata(RequestRecord *record, PostBuffer &post_buffer, int *length_out)
 {
+    ReadingLimit limit;
     // Consumes nothing while the count is 0, as it is here; kept so that a caller may count header lines into the buffer.
     char *start = post_buffer;
     store_hd_field(&start, length_out, record);

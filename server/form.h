@@ -18,8 +18,9 @@ constexpr int post_size = 32768;
 using PostBuffer = char[post_size + 1];
 
 // Reads the body as text into `post_buffer`: the record's remaining data, then bytes from its socket until
-// content_length is reached, the client has closed its side or the buffer is full. Errors while receiving are retried.
-// `*length_out` is 0 on entry and receives the body's length. A NUL byte in the body cuts it short. Returns 0.
+// content_length is reached, the client has closed its side or the buffer is full. Errors while receiving are retried;
+// the processor time that this costs is limited (reading_limit.h). `*length_out` is 0 on entry and receives the body's
+// length. A NUL byte in the body cuts it short. Returns 0.
 int load_postdata(RequestRecord *record, PostBuffer &post_buffer, int *length_out);
 
 // Splits `length` bytes of `text` (NUL behind them, modified in place) into a new list, stored in `*list_out`: fields

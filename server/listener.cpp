@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -20,10 +21,30 @@ namespace {
 
 constexpr int backlog = 5;
 
+struct SocketOption {
+    int level, name, value;
+};
+
+// Connections inherit them from the listener. A peer that has vanished without closing is noticed after 110 seconds:
+// one of silence would otherwise hold the server for ever.
+constexpr SocketOption listener_options[] = {
+    {SOL_SOCKET, SO_REUSEADDR, 1},
+    {SOL_SOCKET, SO_KEEPALIVE, 1},
+    {IPPROTO_TCP, TCP_KEEPIDLE, 60},
+    {IPPROTO_TCP, TCP_KEEPINTVL, 10},
+    {IPPROTO_TCP, TCP_KEEPCNT, 5},
+};
+
 int fail(const char *log_line)
 {
     log_printf("%s", log_line);
     return 1;
+}
+
+void set_options(int listener)
+{
+    for (const SocketOption &option : listener_options)
+        setsockopt(listener, option.level, option.name, &option.value, sizeof option.value);
 }
 
 bool bind_port(int listener)
@@ -57,8 +78,7 @@ int http_start(const char *port)
     int listener = socket(AF_INET, SOCK_STREAM, 0);
     if (listener < 0)
         return fail("Failed to get socket\n");
-    int on = 1;
-    setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    set_options(listener);
     nport = uint16_t(strtoul(port ? port : default_port, nullptr, 10));
     log_printf("Using port %d\n", nport);
     if (!bind_port(listener)) {

@@ -2,6 +2,7 @@
 
 #include "server/dispatch.h"
 #include "server/log.h"
+#include "server/reading_limit.h"
 #include "server/response.h"
 
 #include <cstring>
@@ -34,25 +35,33 @@ bool wait_for_data(int socket)
     }
 }
 
-}
+using RequestText = char[request_size + 1];
 
-void handle_request(int socket)
+// False when there is none to be answered.
+bool collect_header(int socket, RequestText &request)
 {
-    if (!wait_for_data(socket))
-        return;
-    char request[request_size + 1] = "";
+    ReadingLimit limit;
     size_t filled = 0;
     do {
         ssize_t count = recv(socket, request + filled, request_size - filled, 0);
         if (count < 0)
-            return;
+            return false;
         filled += size_t(count);
         request[filled] = 0;
         if (filled >= request_size) {
             send_error_response(socket, 413);
             log_printf("Received request of %d bytes - too big", int(filled));
-            return;
+            return false;
         }
     } while (!memmem(request, filled, header_end, strlen(header_end)));
-    process_request(socket, request);
+    return true;
+}
+
+}
+
+void handle_request(int socket)
+{
+    RequestText request = "";
+    if (wait_for_data(socket) && collect_header(socket, request))
+        process_request(socket, request);
 }

@@ -9,6 +9,7 @@ constexpr int request_size = 32768;
 // passes it on to process_request. The socket stays the caller's.
 //
 // Returns without an answer when nothing comes in time or receiving fails. A client that closes its side before the
-// blank line is waited for: a zero-length receive is no end here. A header that fills the buffer ends the process
-// (send_error_response), so that the client sees its connection close.
+// blank line is waited for: a zero-length receive is no end here; the processor time that this costs is limited
+// (reading_limit.h). A header that fills the buffer ends the process (send_error_response), so that the client sees its
+// connection close.
 void handle_request(int socket);

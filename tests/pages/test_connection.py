@@ -167,6 +167,34 @@ def test_a_client_that_closes_its_side_before_the_blank_line_holds_its_child_unt
         assert undated(read_all(second)) == ANSWER
 
 
+@pytest.mark.parametrize("data", [REQUEST[:10], b"POST / HTTP/1.1\r\nContent-Length: 9\r\n\r\na=1"])
+def test_reading_a_request_may_cost_a_child_30_seconds_of_processor_time(server, data):
+    with held(server, data):
+        (child,) = server.children()
+        limit, highest = resource.prlimit(child, resource.RLIMIT_CPU)
+        assert (limit, highest) == (30, resource.getrlimit(resource.RLIMIT_CPU)[1])
+
+
+def test_answering_a_request_may_cost_any_time(server):
+    (HTML_DIR / "large").write_bytes(50_000_000 * b"x")
+    with server.connect() as connection:
+        connection.sendall(b"GET /large HTTP/1.1\r\n\r\n")
+        assert connection.recv(1000)
+        (child,) = server.children()
+        assert resource.prlimit(child, resource.RLIMIT_CPU) == resource.getrlimit(resource.RLIMIT_CPU)
+
+
+def test_a_child_that_waits_for_a_closed_client_ends_with_its_processor_time(server):
+    with held(server) as first, server.connect() as second:
+        second.sendall(REQUEST)
+        first.shutdown(socket.SHUT_WR)
+        (child,) = server.children()
+        # Not to wait for all of it.
+        resource.prlimit(child, resource.RLIMIT_CPU, (1, resource.getrlimit(resource.RLIMIT_CPU)[1]))
+        assert read_all(first) == b""
+        assert undated(read_all(second)) == ANSWER
+
+
 def test_a_client_may_close_its_side_after_the_blank_line(server):
     with server.connect() as connection:
         connection.sendall(REQUEST)

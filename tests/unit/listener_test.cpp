@@ -12,6 +12,8 @@
 #include <csignal>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <string>
 #include <sys/prctl.h>
@@ -87,6 +89,14 @@ const char landing_page[] = "GET / HTTP/1.1\r\n\r\n";
 bool is_page(const std::string &answer)
 {
     return answer.starts_with("HTTP/1.1 200 OK\r\n") && answer.ends_with("\r\n\r\n");
+}
+
+int option_of(int socket, int level, int name)
+{
+    int value = -1;
+    socklen_t size = sizeof value;
+    getsockopt(socket, level, name, &value, &size);
+    return value;
 }
 
 }
@@ -230,6 +240,26 @@ TEST_F(HttpStart, serves_the_second_client_only_behind_the_first)
     EXPECT_TRUE(is_page(read_to_end(second)));
     close(second);
     stop_child(server);
+}
+
+TEST_F(HttpStart, notices_within_two_minutes_that_a_silent_client_has_vanished)
+{
+    stand_in.build_page = [](RequestRecord *request, PageBuffer &page, int *length) {
+        int enabled = option_of(request->socket, SOL_SOCKET, SO_KEEPALIVE);
+        int first_question = option_of(request->socket, IPPROTO_TCP, TCP_KEEPIDLE);
+        int pause = option_of(request->socket, IPPROTO_TCP, TCP_KEEPINTVL);
+        int questions = option_of(request->socket, IPPROTO_TCP, TCP_KEEPCNT);
+        *length = snprintf(page, sizeof page, "%d %d", enabled, first_question + questions * pause);
+        return 0;
+    };
+    int port = free_port();
+    RunningChild server = start(std::to_string(port));
+    std::string answer = answer_to(connect_to_port(port), landing_page);
+    stop_child(server);
+    int enabled = 0, seconds = 0;
+    EXPECT_EQ(2, sscanf(answer.substr(answer.find("\r\n\r\n") + 4).c_str(), "%d %d", &enabled, &seconds)) << answer;
+    EXPECT_EQ(1, enabled);
+    EXPECT_LE(seconds, 120);
 }
 
 TEST_F(HttpStart, keeps_the_lines_of_all_children_in_one_log)

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <string>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 #include <vector>
@@ -242,4 +243,20 @@ TEST_F(HandleRequest, does_not_read_behind_an_exception)
     ASSERT_EQ(1, send(connection.client, "!", 1, MSG_OOB));
     handle_request(connection.server);
     EXPECT_EQ(Calls{}, stand_in.calls);
+}
+
+TEST_F(HandleRequest, limits_the_processor_time_for_reading_only)
+{
+    static rlimit before, in_handler;
+    getrlimit(RLIMIT_CPU, &before);
+    stand_in.build_page = [](RequestRecord *, PageBuffer &, int *length) {
+        *length = 0;
+        return getrlimit(RLIMIT_CPU, &in_handler);
+    };
+    for (const std::string &request : {landing_page, std::string("POST / HTTP/1.1\r\nContent-Length: 3\r\n\r\na=1")}) {
+        in_handler = {};
+        handle({request});
+        EXPECT_EQ(before.rlim_cur, in_handler.rlim_cur) << request;
+        EXPECT_EQ(before.rlim_max, in_handler.rlim_max) << request;
+    }
 }
