@@ -1,0 +1,78 @@
+// Any bytes as a posted body: split_form_fields beside a splitting that copies.
+
+#include "server/form.h"
+
+#include "tests/fuzz/expected_end.h"
+#include "tests/fuzz/target.h"
+
+#include <utility>
+#include <vector>
+
+namespace {
+
+using Fields = std::vector<std::pair<std::string, std::string>>;
+
+std::string decoded(const std::string &value)
+{
+    std::string out;
+    for (size_t i = 0; i < value.size(); i++) {
+        char character = value[i];
+        if (character == '\r' || character == '\n')
+            continue;
+        if (character == '%') {
+            character = char(strtoul(value.substr(i + 1, 2).c_str(), nullptr, 16));
+            i += 2;
+        } else if (character == '+') {
+            character = ' ';
+        }
+        if (!character)
+            break;
+        out += character;
+    }
+    return out;
+}
+
+// False for a body that ends the process.
+bool expected(const std::string &body, Fields &fields)
+{
+    for (size_t next = 0; next < body.size();) {
+        next = body.find_first_not_of(" \r\n", next);
+        if (next == std::string::npos)
+            return false;
+        size_t equals = body.find('=', next);
+        if (equals == std::string::npos || equals + 1 == body.size())
+            return false;
+        size_t end = std::min(body.find('&', equals + 1), body.size());
+        std::string name = body.substr(next, equals - next);
+        if (name != "x" && name != "y")
+            fields.emplace_back(name, decoded(body.substr(equals + 1, end - equals - 1)));
+        next = end + 1;
+    }
+    return !fields.empty();
+}
+
+}
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    std::string body = text_of(data, size, post_size);
+    auto copy = exact_copy(body);
+    Fields fields;
+    bool answered = expected(body, fields);
+
+    FormField *list = nullptr;
+    int result = -1;
+    bool returned = comes_back([&] { result = split_form_fields(copy.get(), int(body.size()), &list); });
+    PROMISE(returned == answered);
+    if (!returned)
+        return 0;
+    PROMISE(result == 0);
+    for (size_t i = 0; i < fields.size(); i++) {
+        PROMISE(list[i].name == fields[i].first);
+        PROMISE(list[i].value == fields[i].second);
+        PROMISE(getvalue(list, list[i].name) != nullptr);
+    }
+    PROMISE(!list[fields.size()].name && !list[fields.size()].value);
+    freeup_attr_pairs(list);
+    return 0;
+}
