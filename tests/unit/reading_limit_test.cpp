@@ -2,7 +2,6 @@
 
 #include "tests/unit/child.h"
 
-#include <csignal>
 #include <gtest/gtest.h>
 
 namespace {
@@ -47,17 +46,4 @@ TEST(ReadingLimit, keeps_a_lower_limit)
 {
     EXPECT_TRUE(limits({29, RLIM_INFINITY}, {29, RLIM_INFINITY}));
     EXPECT_TRUE(limits({5, 10}, {5, 10}));
-}
-
-TEST(ReadingLimit, ends_a_process_that_uses_more)
-{
-    ChildEnd end = run_in_child([] {
-        rlimit short_time = {1, RLIM_INFINITY};
-        setrlimit(RLIMIT_CPU, &short_time);
-        ReadingLimit limit;
-        for (volatile bool on = true; on;)
-            ;
-        return 0;
-    });
-    EXPECT_EQ(SIGXCPU, end.signal);
 }
