@@ -10,10 +10,11 @@ import pytest
 from support import pages
 from support.server import HTML_DIR, RunningServer, install_html, write_product_ini
 from support.source import ADMINISTRATOR, ODBC_DIR, PASSWORD, Source, list_sources
+from support.statements import ADMINISTRATOR_NAME
 
 FOLDER = ODBC_DIR / "pages"
 
-LOG_IN = ["{connect}", "select \"VALUE\" from nordvale.system.sysinfo where attribute = 'dbo_user';"]
+LOG_IN = ["{connect}", ADMINISTRATOR_NAME]
 
 
 class SampleSource(Source):
@@ -33,6 +34,21 @@ class SampleSource(Source):
         """Reaches past the driver, for what it allows nobody."""
         with closing(sqlite3.connect(self.database)) as database:
             database.executescript(script)
+
+    def refuse(self, action, table):
+        """To record ("insert"), or to forget ("delete"), privileges on one table."""
+        self.change(
+            f"create trigger refuse before {action} on \"nordvale.system.tableprv\" "
+            f"when {'new' if action == 'insert' else 'old'}.\"table\" = '{table[2]}' "
+            "begin select raise(abort, 'refused'); end"
+        )
+
+    def refuse_users(self, action):
+        """To "insert", "update" or "delete" any user."""
+        self.change(
+            f"create trigger refuse before {action} on \"nordvale.system.user\" "
+            "begin select raise(abort, 'refused'); end"
+        )
 
     def sent(self):
         """The statements of one page behind its two log-ins: that of the credential check and that of the page."""
@@ -101,12 +117,18 @@ def branch(sources):
     return sources[1]
 
 
+@pytest.fixture(scope="session")
+def program_environment():
+    """For a folder of tests to override: what the program finds in its environment besides the data sources."""
+    return {}
+
+
 @pytest.fixture(scope="module")
-def pages_server():
+def pages_server(program_environment):
     """One server for a module: nothing of a request outlives it."""
     install_html()
     write_product_ini()
-    server = RunningServer(environment=list_sources(pages.SOURCES, FOLDER))
+    server = RunningServer(environment={**list_sources(pages.SOURCES, FOLDER), **program_environment})
     yield server
     server.stop()
 
@@ -149,13 +171,13 @@ def visitor(pages_server, accounts):
 
 
 @pytest.fixture
-def visitor_of(pages_server):
+def visitor_of(pages_server, program_environment):
     """Starts a server that sees other data sources: (name, driver) pairs in this order, whose files do not exist."""
     started = []
 
     def start(*listed):
         folder = ODBC_DIR / "listed"
-        started.append(RunningServer(environment=list_sources([], folder, listed)))
+        started.append(RunningServer(environment={**list_sources([], folder, listed), **program_environment}))
         return Visitor(started[-1], folder)
 
     yield start

@@ -4,20 +4,7 @@ import pytest
 
 from support import pages
 from support.pages import HELD, OFFERED, ORDERS, RIGHTS_REFRESH, STOCK, TABLES, error_page
-
-NAMES = "select username from nordvale.system.user order by 1;"
-PRIVILEGES = (
-    "select a.catalog, a.schema, a.table, b.grantor, b.grantee, b.privilege, c.privilege, d.privilege, e.privilege"
-    "   from nordvale.system.table a"
-    "     left outer join nordvale.system.tableprv b on a.catalog = b.catalog and a.schema = b.schema and"
-    "       a.table = b.table and b.privilege = 'SELECT' and b.grantee = '%s'"
-    "    left outer join nordvale.system.tableprv c on a.catalog = c.catalog and a.schema = c.schema and"
-    "       a.table = c.table and c.privilege = 'INSERT' and c.grantee = '%s'"
-    "    left outer join nordvale.system.tableprv d on a.catalog = d.catalog and a.schema = d.schema and"
-    "       a.table = d.table and d.privilege = 'UPDATE' and d.grantee = '%s'"
-    "    left outer join nordvale.system.tableprv e on a.catalog = e.catalog and a.schema = e.schema and"
-    "       a.table = e.table and e.privilege = 'DELETE' and e.grantee = '%s'"
-)
+from support.statements import OFFERED_USERS, PRIVILEGES_HELD
 
 
 def shown(visitor, user, **where):
@@ -31,13 +18,13 @@ def shown(visitor, user, **where):
 
 def test_the_first_visit_shows_the_first_user_in_name_order(visitor, accounts):
     assert visitor.page([("rights.x", "1")]) == pages.rights_page("Abe")
-    assert accounts.sent() == [NAMES, PRIVILEGES.replace("%s", "Abe")]
+    assert accounts.sent() == [OFFERED_USERS, PRIVILEGES_HELD.replace("%s", "Abe")]
 
 
 @pytest.mark.parametrize("user", OFFERED)
 def test_the_chosen_user_is_selected_and_the_list_shows_that_user_s_rights(visitor, accounts, user):
     assert shown(visitor, user) == pages.rights_page(user)
-    assert accounts.sent() == [NAMES, PRIVILEGES.replace("%s", user)]
+    assert accounts.sent() == [OFFERED_USERS, PRIVILEGES_HELD.replace("%s", user)]
 
 
 def test_the_privileges_of_public_are_listed_like_a_user_s(visitor):
@@ -59,7 +46,7 @@ def test_the_administrator_is_told_apart_by_the_exact_name(visitor, accounts):
 @pytest.mark.parametrize("user", ["nobody", "Mary", "PUBLIC", "mary ", "n" * 254, "Jörg", "%s%n"])
 def test_a_posted_name_that_is_no_user_s_leaves_nothing_selected_and_stays(visitor, accounts, user):
     assert shown(visitor, user) == pages.rights_page(user)
-    assert accounts.sent() == [NAMES, PRIVILEGES.replace("%s", user)]
+    assert accounts.sent() == [OFFERED_USERS, PRIVILEGES_HELD.replace("%s", user)]
 
 
 @pytest.mark.parametrize("user", ["", "n" * 255, "mary" + 251 * " ", "n" * 3000], ids=len)
@@ -95,13 +82,13 @@ def test_the_refresh_after_another_data_source_was_chosen_shows_its_first_user(v
 def test_where_the_administrator_is_alone_the_select_is_empty_and_every_box_unticked(visitor, accounts):
     accounts.change("delete from \"nordvale.system.user\" where username <> 'admin'")
     assert visitor.page([("rights.x", "1")]) == pages.rights_page("", users=())
-    assert accounts.sent() == [NAMES, PRIVILEGES.replace("%s", "")]
+    assert accounts.sent() == [OFFERED_USERS, PRIVILEGES_HELD.replace("%s", "")]
 
 
 def test_a_name_with_a_quote_fails_the_query_and_gives_the_error_page_before_the_rest(visitor, accounts):
     rest = shown(visitor, "o'brien")
     ((_, outcome, statement),) = [line for line in accounts.statements() if line[1] != "ok"]
-    assert statement == PRIVILEGES.replace("%s", "o'brien")
+    assert statement == PRIVILEGES_HELD.replace("%s", "o'brien")
     message = f"SQLTables failed with {pages.text(outcome.partition(' ')[2])}\n"
     # The page's own text is what the message has replaced, with what is appended behind it.
     help_text, footer = pages.template("rightshelp.html"), pages.template("footer.html")

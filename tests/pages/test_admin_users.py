@@ -6,9 +6,7 @@ import pytest
 
 from support import pages
 from support.pages import ORDERS, USERS, error_page, quoted_name
-
-ORDERED = "select username, description, password from nordvale.system.user order by 1;"
-LISTED = "select username, description, password from nordvale.system.user;"
+from support.statements import LISTED_USERS, SORTED_USERS, all_at_once, delete, insert, update
 
 WRONG_MANAGER = "Invalid manager password specified.\n"
 TOO_LONG = "Password or description is too long.\n"
@@ -32,20 +30,8 @@ def form(changes=(), users=USERS):
     return [("users_refresh", ""), *({**dict(drawn(users)), **dict(changes)}).items(), ("submit_users", "Submit")]
 
 
-def update(name, description, password):
-    return (
-        f"update nordvale.system.user set password='{password}', description='{description}' where username='{name}';"
-    )
-
-
-def insert(name, description, password):
-    columns = "(username, password, description)"
-    return f"insert into nordvale.system.user {columns} values ('{name}','{password}','{description}');"
-
-
-def delete(name):
-    revokes = [f'revoke all on {quoted_name(table)} from "{name}"' for table in pages.TABLES]
-    return [f"delete from nordvale.system.user where username = '{name}'", "{SQLTables}", *revokes]
+def deletion(name):
+    return [delete(name), "{SQLTables}", *all_at_once("revoke", f'from "{name}"')]
 
 
 def changed(users, *rows):
@@ -59,13 +45,13 @@ def changed(users, *rows):
 
 def test_users_are_listed_in_the_table_s_own_order_and_everybody_is_left_out(visitor, accounts):
     assert visitor.page([("users.x", "1")]) == pages.users_page()
-    assert accounts.sent() == [LISTED]
+    assert accounts.sent() == [LISTED_USERS]
 
 
 def test_refreshing_the_page_changes_nothing(visitor, accounts):
     fields = [field for field in form([("mary_file", "changed")]) if field[0] != "submit_users"]
     assert visitor.page([*fields, ("refresh_users", "Refresh")]) == pages.users_page()
-    assert accounts.sent() == [LISTED]
+    assert accounts.sent() == [LISTED_USERS]
 
 
 def test_the_administrator_is_told_apart_by_the_exact_name(visitor, accounts):
@@ -128,7 +114,7 @@ CHANGES = {
 def test_a_changed_user_is_updated_with_one_statement(visitor, accounts, fields, statements, row):
     expected = pages.users_page(changed(USERS, row) if row else USERS)
     assert visitor.page(form(fields)) == expected
-    assert accounts.sent() == [ORDERED, *statements, LISTED]
+    assert accounts.sent() == [SORTED_USERS, *statements, LISTED_USERS]
 
 
 @pytest.mark.parametrize(
@@ -144,17 +130,17 @@ def test_a_changed_user_is_updated_with_one_statement(visitor, accounts, fields,
 )
 def test_fields_that_are_missing_from_the_post_are_unchanged(visitor, accounts, posted, statements):
     visitor.page([("users_refresh", ""), *posted, ("submit_users", "Submit")])
-    assert accounts.sent() == [ORDERED, *statements, LISTED]
+    assert accounts.sent() == [SORTED_USERS, *statements, LISTED_USERS]
 
 
 def test_the_field_of_another_letter_case_is_another_field(visitor, accounts):
     visitor.page([("users_refresh", ""), ("Mary_file", "x"), ("MARY_password", "x"), ("submit_users", "Submit")])
-    assert accounts.sent() == [ORDERED, LISTED]
+    assert accounts.sent() == [SORTED_USERS, LISTED_USERS]
 
 
 def test_of_two_fields_of_one_name_the_first_counts(visitor, accounts):
     visitor.page([("users_refresh", ""), ("mary_file", "one"), ("mary_file", "two"), ("submit_users", "Submit")])
-    assert accounts.sent() == [ORDERED, update("mary", "one", "lamb"), LISTED]
+    assert accounts.sent() == [SORTED_USERS, update("mary", "one", "lamb"), LISTED_USERS]
 
 
 def test_everybody_is_never_changed(visitor, accounts):
@@ -162,7 +148,7 @@ def test_everybody_is_never_changed(visitor, accounts):
     before = accounts.rows("select * from nordvale.system.user")
     accounts.forget_statements()
     assert visitor.page(form(posted)) == pages.users_page()
-    assert accounts.sent() == [ORDERED, LISTED]
+    assert accounts.sent() == [SORTED_USERS, LISTED_USERS]
     assert accounts.rows("select * from nordvale.system.user") == before
 
 
@@ -170,7 +156,7 @@ def test_everybody_is_never_changed(visitor, accounts):
 def test_a_ticked_delete_box_deletes_the_user_then_revokes_whatever_else_was_changed(visitor, accounts, value):
     posted = [("mary_checkbox", value), ("mary_file", "changed"), ("mary_password", "changed")]
     assert visitor.page(form(posted)) == pages.users_page(tuple(user for user in USERS if user[0] != "mary"))
-    assert accounts.sent() == [ORDERED, *delete("mary"), LISTED]
+    assert accounts.sent() == [SORTED_USERS, *deletion("mary"), LISTED_USERS]
 
 
 def test_a_deleted_user_keeps_no_privilege_even_for_one_who_comes_again_under_that_name(visitor, accounts):
@@ -228,11 +214,11 @@ def test_the_administrator_s_password_changes_with_the_old_one_alone(visitor, ac
     page = visitor.page(fields, password=stored)
     if statements is None:
         assert page == error_page(WRONG_MANAGER)
-        assert accounts.sent() == [ORDERED]
+        assert accounts.sent() == [SORTED_USERS]
     else:
         row = ("admin", typed.get("file", "Administrator"), "")
         assert page == pages.users_page(changed(USERS, row))
-        assert accounts.sent() == [ORDERED, *statements, LISTED]
+        assert accounts.sent() == [SORTED_USERS, *statements, LISTED_USERS]
 
 
 def test_the_changed_administrator_s_password_is_the_next_log_in(visitor, accounts):
@@ -243,7 +229,7 @@ def test_the_changed_administrator_s_password_is_the_next_log_in(visitor, accoun
 
 def test_a_delete_mark_for_the_administrator_has_no_effect(visitor, accounts):
     assert visitor.page(form([("admin_checkbox", "OFF")])) == pages.users_page()
-    assert accounts.sent() == [ORDERED, LISTED]
+    assert accounts.sent() == [SORTED_USERS, LISTED_USERS]
 
 
 # New users
@@ -265,25 +251,25 @@ def test_a_delete_mark_for_the_administrator_has_no_effect(visitor, accounts):
 def test_a_new_user_is_inserted_and_shown(visitor, accounts, name, description, password, statement):
     fields = form([("__newuser", name), ("__newfile", description), ("__newpass", password)])
     assert visitor.page(fields) == pages.users_page((*USERS, (name, description, password)))
-    assert accounts.sent() == [ORDERED, statement, LISTED]
+    assert accounts.sent() == [SORTED_USERS, statement, LISTED_USERS]
 
 
 def test_without_a_name_nobody_is_inserted(visitor, accounts):
     assert visitor.page(form([("__newfile", "Nobody"), ("__newpass", "none")])) == pages.users_page()
-    assert accounts.sent() == [ORDERED, LISTED]
+    assert accounts.sent() == [SORTED_USERS, LISTED_USERS]
 
 
 @pytest.mark.parametrize("name", ["o'brien", "'", "x'"])
 def test_a_new_name_with_a_quote_is_an_error_page_and_the_changes_stay(visitor, accounts, name):
     page = visitor.page(form([("bob_file", "Bob B."), ("__newuser", name)]))
     assert page == error_page(NAME_WITH_QUOTE)
-    assert accounts.sent() == [ORDERED, update("bob", "Bob B.", "builder")]
+    assert accounts.sent() == [SORTED_USERS, update("bob", "Bob B.", "builder")]
 
 
 @pytest.mark.parametrize("name", ["mary", "MARY", "public"])
 def test_a_name_that_exists_is_not_inserted_and_nothing_is_reported(visitor, accounts, name):
     assert visitor.page(form([("__newuser", name), ("__newpass", "pw")])) == pages.users_page()
-    assert accounts.sent() == [ORDERED, insert(name, "", "pw"), LISTED]
+    assert accounts.sent() == [SORTED_USERS, insert(name, "", "pw"), LISTED_USERS]
 
 
 def test_a_new_user_can_log_in_to_the_data_source(visitor, accounts):
@@ -298,24 +284,24 @@ def test_a_new_user_can_log_in_to_the_data_source(visitor, accounts):
 def test_a_value_of_255_characters_is_an_error_page_and_nothing_is_executed_from_that_row_on(visitor, accounts, field):
     posted = [("mary_file", "changed"), ("mary_password", "changed"), ("__newuser", "carl"), (field, 255 * "v")]
     assert visitor.page(form(posted)) == error_page(TOO_LONG)
-    assert accounts.sent() == [ORDERED]
+    assert accounts.sent() == [SORTED_USERS]
 
 
 @pytest.mark.parametrize("field", ["__newpass", "__newfile"])
 def test_a_new_user_s_value_of_255_characters_is_an_error_page(visitor, accounts, field):
     assert visitor.page(form([("__newuser", "carl"), (field, 255 * "v")])) == error_page(TOO_LONG)
-    assert accounts.sent() == [ORDERED]
+    assert accounts.sent() == [SORTED_USERS]
 
 
 def test_a_new_name_of_255_characters_is_an_error_page(visitor, accounts):
     assert visitor.page(form([("__newuser", 255 * "n")])) == error_page(NAME_TOO_LONG)
-    assert accounts.sent() == [ORDERED]
+    assert accounts.sent() == [SORTED_USERS]
 
 
 def test_a_new_password_of_255_characters_for_the_administrator_is_an_error_page(visitor, accounts):
     fields = form([("admin_oldpassword", "manager"), ("admin_password", 255 * "p")])
     assert visitor.page(fields) == error_page(TOO_LONG)
-    assert accounts.sent() == [ORDERED]
+    assert accounts.sent() == [SORTED_USERS]
 
 
 # The order of things
@@ -332,13 +318,13 @@ def test_statements_follow_the_users_in_name_order_and_the_insert_comes_last(vis
     users = changed(USERS, ("mary", "m", "lamb"), ("admin", "a", ""), ("Abe", "Abe A.", "A"), ("aaron", "", ""))
     assert visitor.page(form(posted)) == pages.users_page(tuple(user for user in users if user[0] != "bob"))
     assert accounts.sent() == [
-        ORDERED,
+        SORTED_USERS,
         update("Abe", "Abe A.", "A"),
         update("admin", "a", "manager"),
-        *delete("bob"),
+        *deletion("bob"),
         update("mary", "m", "lamb"),
         insert("aaron", "", ""),
-        LISTED,
+        LISTED_USERS,
     ]
 
 
@@ -351,7 +337,7 @@ def test_what_comes_before_a_wrong_administrator_s_password_stays_and_what_follo
         ("__newuser", "carl"),
     ]
     assert visitor.page(form(posted)) == error_page(WRONG_MANAGER)
-    assert accounts.sent() == [ORDERED, update("Abe", "done", "honest")]
+    assert accounts.sent() == [SORTED_USERS, update("Abe", "done", "honest")]
     assert accounts.rows("select username, description from nordvale.system.user order by 1") == [
         ("Abe", "done"),
         ("admin", "Administrator"),
@@ -363,9 +349,7 @@ def test_what_comes_before_a_wrong_administrator_s_password_stays_and_what_follo
 
 @pytest.mark.parametrize("action", ["update", "delete", "insert"])
 def test_a_refused_statement_is_not_reported_and_the_rest_is_done(visitor, accounts, action):
-    accounts.change(
-        f"create trigger refuse before {action} on \"nordvale.system.user\" begin select raise(abort, 'refused'); end"
-    )
+    accounts.refuse_users(action)
     posted = {
         "update": [("mary_file", "refused"), ("bob_checkbox", "OFF")],
         "delete": [("mary_checkbox", "refused"), ("bob_file", "Bob B.")],
@@ -379,11 +363,9 @@ def test_a_refused_statement_is_not_reported_and_the_rest_is_done(visitor, accou
 
 
 def test_a_refused_delete_still_takes_the_user_s_privileges(visitor, accounts):
-    accounts.change(
-        "create trigger refuse before delete on \"nordvale.system.user\" begin select raise(abort, 'refused'); end"
-    )
+    accounts.refuse_users("delete")
     visitor.post(form([("mary_checkbox", "OFF")]))
-    assert accounts.sent() == [ORDERED, *delete("mary"), LISTED]
+    assert accounts.sent() == [SORTED_USERS, *deletion("mary"), LISTED_USERS]
 
 
 # Names that fields and pages have to carry
@@ -395,7 +377,7 @@ def test_fields_are_found_under_the_user_s_name_as_it_stands(visitor, accounts, 
     accounts.forget_statements()
     users = (*USERS, (name, "new", "pw"))
     assert visitor.page(form([(f"{name}_file", "new"), (f"{name}_password", "pw")])) == pages.users_page(users)
-    assert accounts.sent() == [ORDERED, update(name, "new", "pw"), LISTED]
+    assert accounts.sent() == [SORTED_USERS, update(name, "new", "pw"), LISTED_USERS]
 
 
 @pytest.mark.parametrize("change", [("checkbox", "OFF"), ("file", "changed"), ("password", "changed")])
@@ -414,7 +396,7 @@ def test_an_encoded_field_name_is_another_name(visitor, accounts):
     accounts.execute("insert into nordvale.system.user values ('a b', 'old', 'pw')")
     accounts.forget_statements()
     visitor.post(form([(quote_plus("a b_file"), "new")]))
-    assert accounts.sent() == [ORDERED, LISTED]
+    assert accounts.sent() == [SORTED_USERS, LISTED_USERS]
 
 
 def test_a_page_of_many_users_comes_whole(visitor, accounts):
