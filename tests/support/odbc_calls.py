@@ -210,7 +210,7 @@ class Calls:
         self.reset()
         self.query(self.stmt, LISTED_USERS, count, 3)
 
-    def begin_of_submitted_users(self):
+    def beginning_of_submitted_users(self):
         """Gives the names of the two statements of its own: that of the users and that of the changes."""
         self.reset()
         reader, writer = self.own_statements()

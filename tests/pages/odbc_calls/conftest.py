@@ -1,5 +1,7 @@
 """Servers whose ODBC calls are written down."""
 
+import os
+
 import pytest
 
 from support.server import BUILD
@@ -13,7 +15,9 @@ FAILURE = ODBC_DIR / "failure"
 @pytest.fixture(scope="session")
 def program_environment():
     ODBC_DIR.mkdir(parents=True, exist_ok=True)
-    return {"LD_PRELOAD": str(RECORDER), "ODBC_CALLS": str(RECORD), "ODBC_FAILURE": str(FAILURE)}
+    # A sanitizer's run time that is preloaded has to stay the first.
+    preloaded = f"{os.environ.get('LD_PRELOAD', '')} {RECORDER}"
+    return {"LD_PRELOAD": preloaded, "ODBC_CALLS": str(RECORD), "ODBC_FAILURE": str(FAILURE)}
 
 
 @pytest.fixture

@@ -3,6 +3,7 @@
 import pytest
 
 from support.odbc_calls import Calls
+from support.pages import INVOICES, quoted_name
 from support.statements import LISTED_USERS, SORTED_USERS, all_at_once, delete, insert, update
 
 
@@ -46,7 +47,7 @@ def test_a_list_that_fails_is_tried_to_be_fetched_and_closed_and_the_page_goes_o
 
 @pytest.mark.parametrize("fields", [[], [("mary_password", "lamb"), ("mary_file", "Mary M.")], [("__newfile", "x")]])
 def test_without_a_change_the_users_are_only_read(visitor, expected, compare_calls, fields):
-    reader, writer = expected.begin_of_submitted_users()
+    reader, writer = expected.beginning_of_submitted_users()
     expected.users(reader, 5)
     expected.end_of_rows(reader)
     expected.end_of_submitted_users(reader, writer)
@@ -61,7 +62,7 @@ def test_an_update_is_sent_between_the_user_s_row_and_the_next_whatever_comes_of
 ):
     if refused:
         accounts.refuse_users("update")
-    reader, writer = expected.begin_of_submitted_users()
+    reader, writer = expected.beginning_of_submitted_users()
     expected.users(reader, 3)
     expected.execute(writer, update("bob", "it''s bob", "builder"), "ERROR" if refused else "SUCCESS")
     expected.users(reader, 1)
@@ -80,7 +81,7 @@ def test_a_new_user_is_inserted_behind_the_last_row_whatever_comes_of_it(
 ):
     if refused:
         accounts.refuse_users("insert")
-    reader, writer = expected.begin_of_submitted_users()
+    reader, writer = expected.beginning_of_submitted_users()
     expected.users(reader, 5)
     expected.end_of_rows(reader)
     expected.execute(writer, insert("carl", "", "clock"), "ERROR" if refused else "SUCCESS")
@@ -93,7 +94,7 @@ def test_a_new_user_is_inserted_behind_the_last_row_whatever_comes_of_it(
 def test_a_deleted_user_loses_the_rights_on_the_page_s_statements_while_the_users_are_read_on(
     visitor, expected, compare_calls
 ):
-    reader, writer = expected.begin_of_submitted_users()
+    reader, writer = expected.beginning_of_submitted_users()
     expected.users(reader, 1)
     expected.execute(writer, delete("Abe"))
     expected.change_all(all_at_once("revoke", 'from "Abe"'))
@@ -110,7 +111,7 @@ def test_a_deleted_user_loses_the_rights_on_the_page_s_statements_while_the_user
 
 def test_a_refused_delete_still_revokes(visitor, accounts, expected, compare_calls):
     accounts.refuse_users("delete")
-    reader, writer = expected.begin_of_submitted_users()
+    reader, writer = expected.beginning_of_submitted_users()
     expected.users(reader, 4)
     expected.execute(writer, delete("mary"), "ERROR")
     expected.change_all(all_at_once("revoke", 'from "mary"'))
@@ -122,10 +123,34 @@ def test_a_refused_delete_still_revokes(visitor, accounts, expected, compare_cal
     compare_calls(lambda: submitted(visitor, ("mary_checkbox", "OFF")), expected)
 
 
+def test_a_refused_revocation_ends_those_of_the_user_and_the_next_rows_are_applied(
+    visitor, accounts, expected, compare_calls
+):
+    accounts.refuse("delete", INVOICES)
+    accounts.execute(f'grant all on {quoted_name(INVOICES)} to "bob"')
+    first, second, *_ = all_at_once("revoke", 'from "bob"')
+    reader, writer = expected.beginning_of_submitted_users()
+    expected.users(reader, 3)
+    expected.execute(writer, delete("bob"))
+    expected.table_list()
+    expected.table()
+    expected.change(first)
+    expected.table()
+    expected.failing_change(second)
+    expected.users(reader, 1)
+    expected.execute(writer, update("mary", "Mary M.", "sheep"))
+    expected.users(reader, 1)
+    expected.end_of_rows(reader)
+    expected.end_of_submitted_users(reader, writer)
+    expected.users_list(4)
+    expected.disconnect()
+    compare_calls(lambda: submitted(visitor, ("bob_checkbox", "OFF"), ("mary_password", "sheep")), expected)
+
+
 def test_without_a_table_list_a_deletion_revokes_nothing_and_the_next_rows_are_applied(
     visitor, expected, compare_calls
 ):
-    reader, writer = expected.begin_of_submitted_users()
+    reader, writer = expected.beginning_of_submitted_users()
     expected.users(reader, 3)
     expected.execute(writer, delete("bob"))
     expected.failing_table_list()
@@ -140,7 +165,7 @@ def test_without_a_table_list_a_deletion_revokes_nothing_and_the_next_rows_are_a
 
 
 def test_the_administrator_s_password_is_updated_with_the_right_old_one(visitor, expected, compare_calls):
-    reader, writer = expected.begin_of_submitted_users()
+    reader, writer = expected.beginning_of_submitted_users()
     expected.users(reader, 2)
     expected.execute(writer, update("admin", "Administrator", "new"))
     expected.users(reader, 3)
@@ -153,7 +178,7 @@ def test_the_administrator_s_password_is_updated_with_the_right_old_one(visitor,
 
 @pytest.mark.parametrize("old", ["wrong", ""])
 def test_a_wrong_old_password_ends_the_reading_at_the_administrator_s_row(visitor, expected, compare_calls, old):
-    reader, writer = expected.begin_of_submitted_users()
+    reader, writer = expected.beginning_of_submitted_users()
     expected.users(reader, 1)
     expected.execute(writer, update("Abe", "done", "honest"))
     expected.users(reader, 1)
@@ -164,7 +189,7 @@ def test_a_wrong_old_password_ends_the_reading_at_the_administrator_s_row(visito
 
 
 def test_a_new_name_with_a_quote_ends_behind_the_last_row(visitor, expected, compare_calls):
-    reader, writer = expected.begin_of_submitted_users()
+    reader, writer = expected.beginning_of_submitted_users()
     expected.users(reader, 3)
     expected.execute(writer, update("bob", "done", "builder"))
     expected.users(reader, 2)
@@ -225,7 +250,7 @@ def test_a_reset_that_fails_ends_the_page_and_gives_back_what_there_is(visitor, 
 
 
 def test_a_revocation_without_statements_is_given_up_and_the_next_rows_are_applied(visitor, expected, compare_calls):
-    reader, writer = expected.begin_of_submitted_users()
+    reader, writer = expected.beginning_of_submitted_users()
     expected.users(reader, 3)
     expected.execute(writer, delete("bob"))
     expected.failing_reset()
