@@ -1,3 +1,4 @@
+import os
 import sys
 from pathlib import Path
 
@@ -6,6 +7,18 @@ import pytest
 sys.path.insert(0, str(Path(__file__).parent))
 
 from support.server import RunningServer, install_html, write_product_ini  # noqa: E402
+
+
+@pytest.fixture(autouse=True)
+def no_sanitizer_reports():
+    """Fails the test in which a process of an instrumented build reported a fault into the folder that is watched."""
+    yield
+    folder = os.environ.get("TABWARDEN_SANITIZER_REPORTS")
+    reports = sorted(Path(folder).iterdir()) if folder else []
+    texts = [report.read_text(errors="replace") for report in reports]
+    for report in reports:
+        report.unlink()
+    assert not texts, "\n".join(texts)
 
 
 @pytest.fixture

@@ -53,7 +53,9 @@ def browser():
             f"--user-data-dir={profile}",
         ):
             options.add_argument(argument)
-        service = webdriver.chrome.service.Service("/usr/bin/chromedriver")
+        # A sanitizer that is preloaded for the driver manager is not meant for the browser.
+        environment = {name: value for name, value in os.environ.items() if name != "LD_PRELOAD"}
+        service = webdriver.chrome.service.Service("/usr/bin/chromedriver", env=environment)
         driver = webdriver.Chrome(service=service, options=options)
         yield driver
         driver.quit()

@@ -3,6 +3,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -38,6 +39,12 @@ void read_all(const RunningChild &child, ChildEnd &end)
             open--;
         }
     }
+}
+
+// The report of an instrumented build: a child that is expected to fail must not hide it.
+bool holds_sanitizer_report(const std::string &errors)
+{
+    return errors.find("Sanitizer") != errors.npos || errors.find("runtime error:") != errors.npos;
 }
 
 }
@@ -77,6 +84,7 @@ ChildEnd wait_for_child(RunningChild &child)
     read_all(child, end);
     close(child.output);
     close(child.errors);
+    EXPECT_FALSE(holds_sanitizer_report(end.errors)) << end.errors;
     int status;
     if (waitpid(child.pid, &status, 0) != child.pid)
         abort();

@@ -13,7 +13,8 @@ struct ChildEnd {
     std::string errors; // and to standard error
 };
 
-// Runs `body` in a child, which exits with its result, and waits for the end. The child leaves no core file.
+// Runs `body` in a child, which exits with its result, and waits for the end. The child leaves no core file. A sanitizer
+// report of the child fails the test.
 ChildEnd run_in_child(const std::function<int()> &body);
 
 // Reading ends of the pipes that a started child has for standard output and standard error.
