@@ -6,19 +6,18 @@ import pytest
 
 sys.path.insert(0, str(Path(__file__).parent))
 
-from support.server import RunningServer, install_html, write_product_ini  # noqa: E402
+from support.server import REPORTS, RunningServer, install_html, write_product_ini  # noqa: E402
 
 
 @pytest.fixture(autouse=True)
 def no_sanitizer_reports():
-    """Fails the test in which a process of an instrumented build reported a fault into the folder that is watched."""
+    """Fails the test in which a process of an instrumented build reported a fault."""
     yield
-    folder = os.environ.get("TABWARDEN_SANITIZER_REPORTS")
-    reports = sorted(Path(folder).iterdir()) if folder else []
-    texts = [report.read_text(errors="replace") for report in reports]
-    for report in reports:
-        report.unlink()
-    assert not texts, "\n".join(texts)
+    text = ""
+    for report in sorted(REPORTS.iterdir()) if REPORTS else []:
+        text += report.read_text(errors="replace")
+        os.truncate(report, 0)
+    assert not text, text
 
 
 @pytest.fixture

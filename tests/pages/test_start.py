@@ -186,7 +186,7 @@ def test_the_start_up_line_is_all_that_a_pipe_gets(running_server):
         running_server.get(path)
     running_server.process.kill()
     assert running_server.process.stdout.read() == b""
-    assert running_server.process.stderr.read() == b""
+    assert running_server.standard_error() == b""
 
 
 def test_the_start_up_line_is_all_that_a_file_gets(tmp_path):

@@ -20,6 +20,11 @@ PRODUCT_INI = BUILD / "product.ini"
 LOG_DIR = BUILD / "log"
 LOG_FILE = LOG_DIR / "kelvohttp.log"
 
+# Where the processes of an instrumented build report faults; whatever appears here is one. The standard error of its
+# servers, too: some reports do not go to a file of their own.
+REPORTS = Path(os.environ["TABWARDEN_SANITIZER_REPORTS"]) if "TABWARDEN_SANITIZER_REPORTS" in os.environ else None
+ERRORS_FILE = (REPORTS or BUILD) / "servers.err"
+
 
 def install_html():
     """Puts the pages' files where the tests' build of the program looks for them."""
@@ -72,11 +77,13 @@ class RunningServer:
         if logging:
             LOG_DIR.mkdir(parents=True, exist_ok=True)
             LOG_FILE.touch(0o600)
+        self.errors = open(ERRORS_FILE, "ab")
+        self.errors_before = ERRORS_FILE.stat().st_size
         self.port = free_port()
         self.process = subprocess.Popen(
             [PROGRAM, "-p", str(self.port)],
             stdout=subprocess.PIPE,
-            stderr=subprocess.PIPE,
+            stderr=self.errors,
             env={**os.environ, **(environment or {})},
         )
         try:
@@ -142,6 +149,9 @@ class RunningServer:
     def wait_until_read(self, connection):
         wait_until(lambda: self.unread(connection) == 0)
 
+    def standard_error(self):
+        return ERRORS_FILE.read_bytes()[self.errors_before :]
+
     def log(self):
         return LOG_FILE.read_bytes()
 
@@ -158,7 +168,7 @@ class RunningServer:
                 os.kill(child, signal.SIGKILL)
         self.process.wait()
         self.process.stdout.close()
-        self.process.stderr.close()
+        self.errors.close()
         LOG_FILE.unlink(missing_ok=True)
 
 
