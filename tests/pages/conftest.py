@@ -50,6 +50,18 @@ class SampleSource(Source):
             "begin select raise(abort, 'refused'); end"
         )
 
+    def contents(self):
+        """Every row of every table, system tables included."""
+        with closing(sqlite3.connect(self.database)) as database:
+            database.text_factory = bytes
+            tables = database.execute("select name from sqlite_master where type = 'table'").fetchall()
+            names = [name.decode() for (name,) in tables]
+            rows = {}
+            for name in names:
+                quoted = name.replace(chr(34), 2 * chr(34))
+                rows[name] = database.execute(f'select * from "{quoted}"').fetchall()
+            return rows
+
     def sent(self):
         """The statements of one page behind its two log-ins: that of the credential check and that of the page."""
         statements = [statement for _, _, statement in self.statements()]
@@ -58,15 +70,18 @@ class SampleSource(Source):
 
 
 class Visitor:
-    """Posts forms as the browser of a logged-in administrator does. Names go out as they are, values encoded."""
+    """Posts forms as the browser of a logged-in administrator does. Names go out as they are, values encoded.
+
+    Bytes that are no UTF-8 are given as surrogate escapes.
+    """
 
     def __init__(self, server, folder=FOLDER):
         self.server = server
         self.folder = folder
 
     def send(self, fields, user=ADMINISTRATOR, password=PASSWORD, path="/isam.cgi"):
-        credentials = base64.b64encode(f"{user}:{password}".encode()).decode()
-        body = [(name, quote_plus(value)) for name, value in fields]
+        credentials = base64.b64encode(f"{user}:{password}".encode(errors="surrogateescape")).decode()
+        body = [(name, quote_plus(value, errors="surrogateescape")) for name, value in fields]
         return self.server.post(path, body, headers=[f"Authorization: Basic {credentials}"])
 
     def post(self, fields=(), source="accounts", **log_in):

@@ -265,7 +265,7 @@ def missing_template_page(name, port):
 def answered(response):
     """The text behind the header block of a response that began with status 200."""
     assert response.startswith(b"HTTP/1.1 200 OK\r\n"), response[:200]
-    return response.partition(b"\r\n\r\n")[2].decode()
+    return response.partition(b"\r\n\r\n")[2].decode(errors="surrogateescape")
 
 
 def message_of(error):

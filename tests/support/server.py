@@ -127,7 +127,7 @@ class RunningServer:
     def post(self, path, body, headers=()):
         """`body` is bytes, or pairs that are written as they are: a form encodes only what the caller encodes."""
         if not isinstance(body, bytes):
-            body = "&".join(f"{name}={value}" for name, value in body).encode()
+            body = "&".join(f"{name}={value}" for name, value in body).encode(errors="surrogateescape")
         lines = [f"POST {path} HTTP/1.1", "Host: localhost", f"Content-Length: {len(body)}", *headers]
         return self.request("\r\n".join(lines).encode() + b"\r\n\r\n" + body)
 

@@ -98,5 +98,5 @@ class Source:
 
     def statements(self):
         """(user, outcome, statement) of what was executed since the log was last emptied."""
-        lines = self.log.read_text().splitlines()
+        lines = self.log.read_text(errors="surrogateescape").split("\n")[:-1]
         return [tuple(line.split("\t")[1:4]) for line in lines]
