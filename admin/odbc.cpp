@@ -59,12 +59,13 @@ bool read_column(SQLHSTMT statement, int column, ColumnText &text, SQLLEN *indic
     return read && length != SQL_NO_TOTAL && length < column_size;
 }
 
-void read_shown_column(SQLHSTMT statement, int column, ColumnText &text)
+bool read_shown_column(SQLHSTMT statement, int column, ColumnText &text)
 {
     SQLLEN indicator;
-    read_column(statement, column, text, &indicator);
+    bool whole = read_column(statement, column, text, &indicator);
     if (indicator < 1)
         text[0] = 0;
+    return whole;
 }
 
 void free_statement(SQLHSTMT &statement)

@@ -31,8 +31,8 @@ bool list_tables(SQLHSTMT statement);
 // False when `text` is not the whole value: it was cut, or could not be read. Such a text must not name anything.
 bool read_column(SQLHSTMT statement, int column, ColumnText &text, SQLLEN *indicator = nullptr);
 
-// The column's text for display, empty where it is null, empty or unreadable.
-void read_shown_column(SQLHSTMT statement, int column, ColumnText &text);
+// The column's text for display, empty where it is null, empty or unreadable. False when it is not the whole value.
+bool read_shown_column(SQLHSTMT statement, int column, ColumnText &text);
 
 // Frees the statement handle, if there is one, and makes it null.
 void free_statement(SQLHSTMT &statement);

@@ -10,6 +10,7 @@
 #include "common/text.h"
 
 #include <cstring>
+#include <iterator>
 #include <sql.h>
 
 namespace {
@@ -23,12 +24,13 @@ constexpr int first_name_column = 1, last_name_column = 3;
 constexpr int grantor_column = 4, grantee_column = 5;
 constexpr int first_privilege_column = 6;
 
-void choose_user(const FormField *form_fields)
+// False when the posted name does not fit: an action meant for it must not meet the user who would stand in its place.
+bool choose_user(const FormField *form_fields)
 {
     const char *user = getvalue(form_fields, "isamuser");
     const char *drawn_for = getvalue(form_fields, "last_datasource");
     bool is_of_this_source = user && drawn_for && strcmp(drawn_for, datasource) == 0;
-    copy_text(isamuser, is_of_this_source ? user : "");
+    return copy_text(isamuser, is_of_this_source ? user : "");
 }
 
 void output_user_options(PageContext &context, PageBuffer &page)
@@ -109,14 +111,17 @@ void output_cell(int socket, PageBuffer &page, const char *value)
     http_printf(socket, page, "%s%s%s", DETAIL_TDBEGIN, value, DETAIL_TDEND);
 }
 
-void output_names(PageContext &context, PageBuffer &page, TableName &name)
+// False when a part of the name is not whole.
+bool output_names(PageContext &context, PageBuffer &page, TableName &name)
 {
+    bool whole = true;
     ColumnText *const columns[] = {&name.catalog, &name.schema, &name.table};
     for (int column = first_name_column; column <= last_name_column; column++) {
         ColumnText &text = *columns[column - first_name_column];
-        read_shown_column(context.stmt, column, text);
+        whole = read_shown_column(context.stmt, column, text) && whole;
         output_cell(context.request->socket, page, text[0] ? html_text(text).text : "&nbsp;");
     }
+    return whole;
 }
 
 // Both come with the select privilege alone, so an empty one says something and stays empty, unlike an empty name.
@@ -142,15 +147,25 @@ void output_checkboxes(PageContext &context, PageBuffer &page, const RowKey &key
     }
 }
 
+void output_no_checkboxes(const PageContext &context, PageBuffer &page)
+{
+    for (size_t box = 0; box < std::size(privileges); box++)
+        http_printf(context.request->socket, page, "%s&nbsp;%s\n", DETAIL_TDBEGIN_CENTER, DETAIL_TDEND);
+}
+
 void output_table_row(PageContext &context, PageBuffer &page)
 {
     TableName name;
     RowKey key;
     http_printf(context.request->socket, page, "<tr>\n");
-    output_names(context, page, name);
+    bool whole = output_names(context, page, name);
     output_grantor_and_grantee(context, page);
     build_row_key(name, key);
-    output_checkboxes(context, page, key);
+    // The boxes of a cut name would be those of another table.
+    if (whole)
+        output_checkboxes(context, page, key);
+    else
+        output_no_checkboxes(context, page);
     http_printf(context.request->socket, page, "</tr>\n");
 }
 
@@ -160,7 +175,8 @@ int output_user(PageContext &context, PageBuffer &page, const FormField *form_fi
 {
     if (int result = uri_reset(context, page); result < 0)
         return result;
-    choose_user(form_fields);
+    if (!choose_user(form_fields))
+        return return_error(context, "User name is too long.\n");
     int socket = context.request->socket;
     http_printf(socket, page, "<tr>\n");
     http_printf(socket, page, "%sIsam User%s\n", HEADER_TDBEGIN, HEADER_TDEND);

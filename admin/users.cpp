@@ -85,17 +85,33 @@ void output_administrator_fields(int socket, PageBuffer &page, const UserRow &ro
     output_blank_cell(socket, page);
 }
 
-void output_user_row(PageContext &context, PageBuffer &page, const UserRow &row)
+void output_fields(const PageContext &context, PageBuffer &page, const UserRow &row)
 {
     int socket = context.request->socket;
-    http_printf(socket, page, "<tr>\n");
-    http_printf(socket, page, "%s%s%s", DETAIL_TDBEGIN, html_text(row.user).text, DETAIL_TDEND);
     http_printf(socket, page, "%s<input type=text name=\"%s_file\" value=\"%s\" size=40>%s\n", DETAIL_TDBEGIN,
                 html_attribute(row.user).text, html_attribute(row.description).text, DETAIL_TDEND);
     if (is_administrator(context, row))
         output_administrator_fields(socket, page, row);
     else
         output_ordinary_fields(socket, page, row);
+}
+
+// Description, password, old password and delete box of a user whose name was cut: the fields would be another user's.
+void output_no_fields(int socket, PageBuffer &page)
+{
+    for (int cell = 0; cell < 4; cell++)
+        output_blank_cell(socket, page);
+}
+
+void output_user_row(const PageContext &context, PageBuffer &page, const UserRow &row)
+{
+    int socket = context.request->socket;
+    http_printf(socket, page, "<tr>\n");
+    http_printf(socket, page, "%s%s%s", DETAIL_TDBEGIN, html_text(row.user).text, DETAIL_TDEND);
+    if (row.user_is_whole)
+        output_fields(context, page, row);
+    else
+        output_no_fields(socket, page);
     http_printf(socket, page, "</tr>\n");
 }
 

@@ -51,12 +51,13 @@ TEST_F(Pages, output_user_keeps_the_posted_user_only_for_the_same_data_source)
     EXPECT_STREQ(isamuser, "anna");
 }
 
-TEST_F(Pages, output_user_takes_a_posted_user_that_does_not_fit_for_none)
+TEST_F(Pages, output_user_refuses_a_posted_user_that_does_not_fit)
 {
     std::string name(column_size, 'x');
     Form form = {{"isamuser", name.c_str()}, {"last_datasource", "sample"}};
-    EXPECT_EQ(output_user(context, page, form), 0);
-    EXPECT_STREQ(isamuser, "anna");
+    EXPECT_EQ(output_user(context, page, form), -1);
+    EXPECT_STREQ(isamuser, "");
+    EXPECT_BYTES(error_page("User name is too long.\n"), connection.received());
 }
 
 TEST_F(Pages, display_rights_list_fails_on_a_user_name_with_a_quote)
