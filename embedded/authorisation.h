@@ -1,6 +1,7 @@
 // Who may do what. The tables that a statement names are looked up with the user's privileges before it is compiled;
 // SQLite's authoriser then allows what was found and refuses everything else, so a name that no check has seen is
-// never reachable. The rules:
+// never reachable. The authoriser is not asked everywhere, so the compiled program is looked through as well: it opens
+// the tables that were looked up and no other. The rules:
 //
 // - The administrator reads and changes every table; of the system tables only nordvale.system.user is changed with
 //   insert, update and delete, the others change through create table, drop table, grant and revoke.
@@ -40,6 +41,10 @@ void install_authoriser(Connection &connection);
 // connection.access, not yet guarded. Returns SQL_SUCCESS, or SQL_ERROR with a diagnostic: a user who was deleted
 // meanwhile (28000), a table that does not exist (42S02).
 SQLRETURN load_access(Connection &connection, Diagnostics &diagnostics, const TranslatedStatement &statement);
+
+// Looks through the program that SQLite makes of `sql`, a query or a change whose access is loaded. Returns SQL_SUCCESS,
+// also for a text that cannot be compiled, or SQL_ERROR with a diagnostic (42000) if it opens any other table.
+SQLRETURN check_program(Connection &connection, Diagnostics &diagnostics, const std::string &sql);
 
 // SQL_SUCCESS for the administrator, otherwise SQL_ERROR with a diagnostic that names `action` (42000).
 SQLRETURN require_administrator(Connection &connection, Diagnostics &diagnostics, const std::string &action);

@@ -68,6 +68,9 @@ void open_cursor(Statement &statement)
 static SQLRETURN run_statement(Statement &statement, const TranslatedStatement &translated)
 {
     Connection &connection = *statement.connection;
+    bool defines = connection.access.defines;
+    if (!defines && check_program(connection, statement.diagnostics, translated.sql) != SQL_SUCCESS)
+        return SQL_ERROR;
     Guard guard(connection);
     Query query;
     if (compile(statement, translated.sql, query) != SQL_SUCCESS)
@@ -202,6 +205,8 @@ static SQLRETURN describe(Statement &statement)
     if (begin_step(connection, statement.diagnostics, false, step) != SQL_SUCCESS)
         return SQL_ERROR;
     SQLRETURN result = load_access(connection, statement.diagnostics, translated);
+    if (result == SQL_SUCCESS)
+        result = check_program(connection, statement.diagnostics, translated.sql);
     if (result == SQL_SUCCESS) {
         Guard guard(connection);
         Query query;

@@ -2,6 +2,8 @@
 
 #include "table_name.h"
 
+#include <algorithm>
+
 static bool is_blank(char letter)
 {
     return letter == ' ' || (letter >= '\t' && letter <= '\r');
@@ -24,12 +26,17 @@ static bool continues_word(char letter)
     return starts_word(letter) || is_digit(letter) || letter == '$';
 }
 
+// A byte order mark where a token could begin is a blank to SQLite, and so not the beginning of a word.
+constexpr std::string_view byte_order_mark = "\xef\xbb\xbf";
+
 // The position behind blanks and comments, or npos for a comment without end.
 static size_t skip_blanks(std::string_view text, size_t at)
 {
     while (at < text.size()) {
         if (is_blank(text[at])) {
             ++at;
+        } else if (text.substr(at, byte_order_mark.size()) == byte_order_mark) {
+            at += byte_order_mark.size();
         } else if (text.substr(at, 2) == "--") {
             size_t end = text.find('\n', at);
             at = end == std::string_view::npos ? text.size() : end + 1;
@@ -115,8 +122,12 @@ static size_t end_of_token(std::string_view text, size_t at, TokenKind &kind)
         return end_of_word(text, at);
 
     kind = TokenKind::sign;
+    if (letter == '?')
+        return std::min(text.find_first_not_of("0123456789", at + 1), text.size());
     return at + 1;
 }
+
+constexpr std::string_view named_parameters = ":@$#";
 
 bool read_tokens(std::string_view text, std::vector<Token> &tokens, std::string &problem)
 {
@@ -134,6 +145,11 @@ bool read_tokens(std::string_view text, std::vector<Token> &tokens, std::string 
             return true;
 
         // "1.5" after a name is a number, ".5" after one cannot be: a name's dot wins.
+        // What SQLite takes for a parameter's name behind these may hold quotes and comment signs.
+        if (named_parameters.find(text[start]) != std::string_view::npos) {
+            problem = "Parameters are written as question marks";
+            return false;
+        }
         TokenKind kind;
         bool after_name = !tokens.empty() && is_name(tokens.back()) && start == at;
         size_t end = after_name && text[start] == '.' ? start + 1 : end_of_token(text, start, kind);

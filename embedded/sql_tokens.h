@@ -9,7 +9,7 @@ enum class TokenKind {
     word,       // an unquoted name or keyword
     quoted,     // a name in double quotes, brackets or back quotes
     literal,    // a string, blob or number
-    sign,       // one operator or punctuation character, or a parameter
+    sign,       // one operator or punctuation character, or a parameter, "?" or "?1"
 };
 
 struct Token {
@@ -20,7 +20,7 @@ struct Token {
 };
 
 // Appends the tokens of `text` to `tokens`, comments and blanks left out. False, with the reason in `problem`, for a
-// quote or comment without its end or a NUL.
+// quote or comment without its end, a NUL or a parameter that is not written "?".
 bool read_tokens(std::string_view text, std::vector<Token> &tokens, std::string &problem);
 
 // A word, not a quoted name, equal to `keyword` without regard to case.

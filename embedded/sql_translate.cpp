@@ -27,7 +27,7 @@ struct Translator {
 
 constexpr std::string_view from_clause_ends[] = {
     "where", "group", "order", "having", "limit", "union", "except", "intersect",
-    "select", "set", "values", "window", "returning",
+    "select", "set", "values", "returning",
 };
 
 // Words that may follow a table name and are no alias.
@@ -55,6 +55,11 @@ static bool keyword_at(const std::vector<Token> &tokens, size_t at, std::string_
 static bool sign_at(const std::vector<Token> &tokens, size_t at, char sign)
 {
     return at < tokens.size() && is_sign(tokens[at], sign);
+}
+
+static bool text_at(const std::vector<Token> &tokens, size_t at)
+{
+    return at < tokens.size() && tokens[at].source[0] == '\'';
 }
 
 static bool begins_query(const std::vector<Token> &tokens, size_t at)
@@ -132,12 +137,20 @@ static std::optional<size_t> common_table_body(const std::vector<Token> &tokens,
     return at + 1;
 }
 
+// SQLite looks for a table of a common table's name where the common table is out of scope. None of its own names can
+// be meant there: those of tables contain points, those of its schema begin with "sqlite_".
+static bool may_be_common_table(std::string_view name)
+{
+    constexpr std::string_view reserved = "sqlite_";
+    return name.find('.') == std::string_view::npos && !same_name(name.substr(0, reserved.size()), reserved);
+}
+
 // A name between "with", "recursive" or a comma and "as (select" is a common table's, wherever in the statement.
-static void collect_common_tables(Translator &translator)
+static int collect_common_tables(Translator &translator, std::string &problem)
 {
     const std::vector<Token> &tokens = translator.tokens;
     if (std::none_of(tokens.begin(), tokens.end(), [](const Token &token) { return is_keyword(token, "with"); }))
-        return;
+        return 0;
     for (size_t i = 1; i < tokens.size(); ++i) {
         bool introduced = is_keyword(tokens[i - 1], "with") || is_keyword(tokens[i - 1], "recursive") ||
                           is_sign(tokens[i - 1], ',');
@@ -145,9 +158,13 @@ static void collect_common_tables(Translator &translator)
             continue;
         size_t behind = sign_at(tokens, i + 1, '(') ? behind_parenthesis(tokens, i + 1) : i + 1;
         std::optional<size_t> body = common_table_body(tokens, behind);
-        if (body && begins_query(tokens, *body))
-            translator.common_tables.push_back(tokens[i].name);
+        if (!body || !begins_query(tokens, *body))
+            continue;
+        if (!may_be_common_table(tokens[i].name))
+            return refuse(problem, "A name that WITH introduces contains no point and does not begin with sqlite_");
+        translator.common_tables.push_back(tokens[i].name);
     }
+    return 0;
 }
 
 static bool is_common_table(const Translator &translator, const std::string &name)
@@ -201,10 +218,11 @@ static int read_table(Translator &translator, size_t at, bool source, std::strin
     return static_cast<int>(behind);
 }
 
-// "update" begins a change only where a statement's verb stands; elsewhere it belongs to "on conflict", "on update".
-static bool is_verb_update(const std::vector<Token> &tokens, size_t at)
+// A verb stands at the beginning or behind common tables; elsewhere the word is a column's name or belongs to
+// "on conflict", "on update".
+static bool is_verb(const std::vector<Token> &tokens, size_t at, std::string_view verb)
 {
-    return is_keyword(tokens[at], "update") && (at == 0 || is_sign(tokens[at - 1], ')'));
+    return is_keyword(tokens[at], verb) && (at == 0 || is_sign(tokens[at - 1], ')'));
 }
 
 static bool is_from(const std::vector<Token> &tokens, size_t at)
@@ -224,7 +242,7 @@ static bool expects_table(const std::vector<Token> &tokens, size_t at)
 {
     bool before_name = at + 1 < tokens.size() && is_name(tokens[at + 1]);
     return is_from(tokens, at) || is_keyword(tokens[at], "join") || is_keyword(tokens[at], "into") ||
-           is_verb_update(tokens, at) || (is_keyword(tokens[at], "references") && before_name) ||
+           is_verb(tokens, at, "update") || (is_keyword(tokens[at], "references") && before_name) ||
            (is_keyword(tokens[at], "in") && before_name);
 }
 
@@ -232,8 +250,14 @@ static bool expects_table(const std::vector<Token> &tokens, size_t at)
 static bool names_source(const std::vector<Token> &tokens, size_t at)
 {
     if (is_from(tokens, at))
-        return at == 0 || !is_keyword(tokens[at - 1], "delete");
+        return at == 0 || !is_verb(tokens, at - 1, "delete");
     return is_keyword(tokens[at], "join") || is_keyword(tokens[at], "in");
+}
+
+// "window" is a name unless "name as" follows: "from T window, U" names two tables.
+static bool begins_window_clause(const std::vector<Token> &tokens, size_t at)
+{
+    return is_keyword(tokens[at], "window") && keyword_at(tokens, at + 2, "as");
 }
 
 static void open_parenthesis(const std::vector<Token> &tokens, size_t at, std::vector<Level> &levels)
@@ -259,8 +283,9 @@ static size_t step_over(const std::vector<Token> &tokens, size_t at, std::vector
         level.table_expected = true;
         level.source = names_source(tokens, at);
         level.from_clause = level.from_clause || is_from(tokens, at);
-        return (is_verb_update(tokens, at) ? skip_conflict_clause(tokens, at) : at) + 1;
-    } else if (is_one_of(token, std::begin(from_clause_ends), std::end(from_clause_ends))) {
+        return (is_verb(tokens, at, "update") ? skip_conflict_clause(tokens, at) : at) + 1;
+    } else if (is_one_of(token, std::begin(from_clause_ends), std::end(from_clause_ends)) ||
+               begins_window_clause(tokens, at)) {
         level.from_clause = false;
     }
     return at + 1;
@@ -273,6 +298,9 @@ static int collect_tables(Translator &translator, size_t start, std::string &pro
     std::vector<std::string> parts;
 
     for (size_t at = start; at < tokens.size();) {
+        // SQLite would take a text for the name of a table.
+        if (text_at(tokens, at) && (levels.back().table_expected || (at > 0 && is_keyword(tokens[at - 1], "in"))))
+            return refuse(problem, "A text stands where a table's name is expected");
         if (levels.back().table_expected && is_name(tokens[at])) {
             levels.back().table_expected = false;
             int behind = read_table(translator, at, levels.back().source, problem);
@@ -340,7 +368,9 @@ static void put_statement(const Translator &translator, size_t start, std::strin
     size_t next_table = 0;
 
     for (size_t at = start; at < tokens.size();) {
-        if (!sql.empty() && tokens[at].blank_before)
+        // Two quoted names side by side would be one with a quote in it.
+        bool beside_name = at > start && is_name(tokens[at - 1]) && is_name(tokens[at]);
+        if (!sql.empty() && (tokens[at].blank_before || beside_name))
             sql += ' ';
         if (next_table < translator.table_places.size() && translator.table_places[next_table] == at) {
             sql += quoted_name(stored_name(translator.references[next_table++].name));
@@ -432,7 +462,8 @@ static int translate_tokens(Translator &translator, TranslatedStatement &stateme
         translator.references.push_back(reference);
         return result;
     }
-    collect_common_tables(translator);
+    if (collect_common_tables(translator, problem) < 0)
+        return -1;
     if (size_t name = table_definition(tokens, "create", statement.if_exists); name != 0) {
         statement.kind = StatementKind::create_table;
         return translate_definition(translator, name, statement, problem);

@@ -27,6 +27,8 @@ TEST(ReadTokens, cuts_names_literals_and_signs)
         {"m\xc3\xbcller$1", "m\xc3\xbcller$1"},
         {"", ""},
         {"t.1", "t|.|1"},
+        {"?1from ?x ?", "?1|from|?|x|?"},
+        {"\xef\xbb\xbf" "a\xef\xbb\xbf" "b \xef\xbb\xbf", "a\xef\xbb\xbf" "b"},
     };
     for (const auto &one : cases)
         EXPECT_EQ(joined(one.text), one.tokens) << one.text;
@@ -35,6 +37,12 @@ TEST(ReadTokens, cuts_names_literals_and_signs)
 TEST(ReadTokens, refuses_what_has_no_end)
 {
     for (const char *text : {"'a", "\"a", "[a", "`a", "'a''", "x'0", "/* a", "'"})
+        EXPECT_TRUE(joined(text).starts_with("problem")) << text;
+}
+
+TEST(ReadTokens, refuses_parameters_with_names)
+{
+    for (const char *text : {"$x(')", ":a", "@a", "#1"})
         EXPECT_TRUE(joined(text).starts_with("problem")) << text;
 }
 

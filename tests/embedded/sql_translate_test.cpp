@@ -93,6 +93,32 @@ TEST(Translate, leaves_names_of_common_tables_alone)
               "..T");
 }
 
+TEST(Translate, refuses_common_tables_that_could_be_taken_for_tables_of_the_file)
+{
+    for (const char *text : {"with \"..T\" as (select 1) select 1", "select * from (with SQLite_schema as (values (1)) select 1)"})
+        EXPECT_TRUE(translated(text).starts_with("problem")) << text;
+}
+
+TEST(Translate, refuses_a_text_for_a_table)
+{
+    for (const char *text : {"select * from 'T'", "select * from A, ('T')", "insert into 'T' values (1)", "update 'T' set a = 1",
+                             "delete from 'T'", "select 1 in 'T'", "select * from A join 'T'"})
+        EXPECT_TRUE(translated(text).starts_with("problem")) << text;
+    EXPECT_EQ(translated("select 'T' in ('T') from A 'x' where a = 'T'"), "select 'T' in ('T') from \"..A\" 'x' where a = 'T'");
+}
+
+TEST(Translate, takes_window_for_a_clause_only_where_SQLite_does)
+{
+    EXPECT_EQ(tables_of("select * from A window, B"), "..A ..B");
+    EXPECT_EQ(tables_of("select * from A as window, B where window in (1, 2)"), "..A ..B");
+    EXPECT_EQ(tables_of("select * from A window x as (order by a), y as (order by b)"), "..A");
+}
+
+TEST(Translate, keeps_names_side_by_side_apart)
+{
+    EXPECT_EQ(translated("select [a]\"b\" from T\"u\""), "select \"a\" \"b\" from \"..T\" \"u\"");
+}
+
 TEST(Translate, finds_no_table_in_texts_comments_and_comparisons)
 {
     EXPECT_EQ(tables_of("select 'from A' -- from B\n, a is not distinct from b /* from C */ from T"), "..T");
@@ -149,7 +175,7 @@ TEST(Translate, tells_the_tables_that_rows_come_from)
 {
     struct { const char *text, *sources; } cases[] = {
         {"insert into A select * from B", "..B"}, {"delete from A", ""}, {"delete from A where x in B", "..B"},
-        {"update A set x = 1", ""}, {"update A set x = 1 from B, C", "..B ..C"}, {"delete from A where x in (select 1 from A)", "..A"},
+        {"update A set x = 1", ""}, {"select q.delete from A q", "..A"}, {"with q as (select 1) delete from A", ""}, {"update A set x = 1 from B, C", "..B ..C"}, {"delete from A where x in (select 1 from A)", "..A"},
         {"select * from (A join B on 1), C", "..A ..B ..C"}, {"create table A (x references B (y))", ""},
         {"create table A as select * from B", "..B"}, {"with q as (select * from A) insert into B select * from q", "..A"},
     };
