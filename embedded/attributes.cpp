@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+constexpr char no_room[] = "There is no room for the value";
+
 static SQLULEN number_in(SQLPOINTER value)
 {
     return reinterpret_cast<uintptr_t>(value);
@@ -22,6 +24,8 @@ EXPORTED SQLRETURN SQL_API SQLGetEnvAttr(SQLHENV handle, SQLINTEGER attribute, S
                                          SQLINTEGER *)
 {
     Environment &environment = environment_of(handle);
+    if (value == nullptr)
+        return fail(environment.diagnostics, "HY009", no_room);
     if (attribute == SQL_ATTR_ODBC_VERSION)
         *static_cast<SQLINTEGER *>(value) = environment.odbc_version;
     else if (attribute == SQL_ATTR_OUTPUT_NTS)
@@ -69,6 +73,8 @@ EXPORTED SQLRETURN SQL_API SQLGetConnectAttr(SQLHDBC handle, SQLINTEGER attribut
                                              SQLINTEGER *length)
 {
     Connection &connection = connection_of(handle);
+    if (value == nullptr)
+        return fail(connection.diagnostics, "HY009", no_room);
     SQLUINTEGER *number = static_cast<SQLUINTEGER *>(value);
     switch (attribute) {
     case SQL_ATTR_AUTOCOMMIT: *number = connection.autocommit ? SQL_AUTOCOMMIT_ON : SQL_AUTOCOMMIT_OFF; break;
@@ -137,6 +143,8 @@ EXPORTED SQLRETURN SQL_API SQLGetStmtAttr(SQLHSTMT handle, SQLINTEGER attribute,
                                           SQLINTEGER *)
 {
     Statement &statement = statement_of(handle);
+    if (value == nullptr)
+        return fail(statement.diagnostics, "HY009", no_room);
     if (SQLULEN *kept = kept_number(statement, attribute)) {
         *static_cast<SQLULEN *>(value) = *kept;
         return SQL_SUCCESS;

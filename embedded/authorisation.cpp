@@ -89,6 +89,14 @@ static int check_change(Connection &connection, unsigned privilege, const char *
     return result;
 }
 
+// A table of which no column is read is asked about with an empty column, and so is one that WITH introduces. Names of
+// tables have points; SQLite's own have none, but check_program has refused those already.
+static bool names_common_table(const char *table, const char *column)
+{
+    return table != nullptr && column != nullptr && *column == '\0' &&
+           std::string_view(table).find('.') == std::string_view::npos;
+}
+
 static int authorise(void *context, int action, const char *first, const char *second, const char *, const char *)
 {
     Connection &connection = *static_cast<Connection *>(context);
@@ -101,7 +109,8 @@ static int authorise(void *context, int action, const char *first, const char *s
     case SQLITE_SELECT:
     case SQLITE_RECURSIVE: return SQLITE_OK;
     case SQLITE_FUNCTION: return check_function(connection, second);
-    case SQLITE_READ: return check_table(connection, privilege_select, first);
+    case SQLITE_READ:
+        return names_common_table(first, second) ? SQLITE_OK : check_table(connection, privilege_select, first);
     case SQLITE_INSERT: return check_change(connection, privilege_insert, first);
     case SQLITE_UPDATE: return check_change(connection, privilege_update, first);
     case SQLITE_DELETE: return check_table(connection, privilege_delete, first);
@@ -151,11 +160,12 @@ static bool find_access(Connection &connection, const TableName &name, TableAcce
     return true;
 }
 
-static bool user_exists(Connection &connection)
+SQLRETURN require_user(Connection &connection, Diagnostics &diagnostics)
 {
     Query query(connection.database, "select 1 from \"nordvale.system.user\" where username = ?");
     bind(query, {connection.user});
-    return step(query);
+    return step(query) ? SQLRETURN{SQL_SUCCESS}
+                       : fail(diagnostics, "28000", "User " + connection.user + " no longer exists");
 }
 
 // SQLite copies a whole table into one of the same shape without asking the authoriser about the columns it reads, so
@@ -174,8 +184,8 @@ SQLRETURN load_access(Connection &connection, Diagnostics &diagnostics, const Tr
     connection.access.replaces = statement.replaces;
     connection.access.defines =
         statement.kind == StatementKind::create_table || statement.kind == StatementKind::drop_table;
-    if (!user_exists(connection))
-        return fail(diagnostics, "28000", "User " + connection.user + " no longer exists");
+    if (require_user(connection, diagnostics) != SQL_SUCCESS)
+        return SQL_ERROR;
     // Everybody may read it, and the trigger that keeps the administrator does so in the user's name.
     TableAccess sysinfo;
     find_access(connection, {"nordvale", "system", "sysinfo"}, sysinfo);

@@ -46,6 +46,9 @@ SQLRETURN load_access(Connection &connection, Diagnostics &diagnostics, const Tr
 // also for a text that cannot be compiled, or SQL_ERROR with a diagnostic (42000) if it opens any other table.
 SQLRETURN check_program(Connection &connection, Diagnostics &diagnostics, const std::string &sql);
 
+// SQL_SUCCESS, or SQL_ERROR with a diagnostic (28000) when the connection's user was deleted meanwhile.
+SQLRETURN require_user(Connection &connection, Diagnostics &diagnostics);
+
 // SQL_SUCCESS for the administrator, otherwise SQL_ERROR with a diagnostic that names `action` (42000).
 SQLRETURN require_administrator(Connection &connection, Diagnostics &diagnostics, const std::string &action);
 

@@ -94,7 +94,18 @@ static SQLRETURN show_result(Statement &statement)
     return SQL_SUCCESS;
 }
 
-// Ends a call that has read the database.
+// Begins a call that reads the database: false for a user who was deleted meanwhile.
+static bool may_call(Statement &statement, const char *call)
+{
+    SQLRETURN result = require_user(*statement.connection, statement.diagnostics);
+    if (result != SQL_SUCCESS) {
+        close_cursor(statement);
+        log_statement(*statement.connection, statement.connection->user, result, statement.diagnostics, call);
+    }
+    return result == SQL_SUCCESS;
+}
+
+// Ends it.
 static SQLRETURN finish(Statement &statement, const char *call)
 {
     SQLRETURN result = show_result(statement);
@@ -189,6 +200,8 @@ EXPORTED SQLRETURN SQL_API SQLTables(SQLHSTMT handle, SQLCHAR *catalog, SQLSMALL
                                      SQLCHAR *types, SQLSMALLINT types_length)
 {
     Statement &statement = statement_of(handle);
+    if (!may_call(statement, "{SQLTables}"))
+        return SQL_ERROR;
     CatalogArguments arguments{optional_text(catalog, catalog_length), optional_text(schema, schema_length),
                                optional_text(table, table_length), optional_text(types, types_length)};
     list_tables(statement, arguments);
@@ -225,6 +238,8 @@ EXPORTED SQLRETURN SQL_API SQLColumns(SQLHSTMT handle, SQLCHAR *catalog, SQLSMAL
                                       SQLCHAR *column, SQLSMALLINT column_length)
 {
     Statement &statement = statement_of(handle);
+    if (!may_call(statement, "{SQLColumns}"))
+        return SQL_ERROR;
     CatalogArguments arguments{optional_text(catalog, catalog_length), optional_text(schema, schema_length),
                                optional_text(table, table_length), {}};
     std::optional<std::string> column_pattern = optional_text(column, column_length);
@@ -246,6 +261,8 @@ EXPORTED SQLRETURN SQL_API SQLTablePrivileges(SQLHSTMT handle, SQLCHAR *catalog,
                                               SQLSMALLINT table_length)
 {
     Statement &statement = statement_of(handle);
+    if (!may_call(statement, "{SQLTablePrivileges}"))
+        return SQL_ERROR;
     const Connection &connection = *statement.connection;
     CatalogArguments arguments{optional_text(catalog, catalog_length), optional_text(schema, schema_length),
                                optional_text(table, table_length), {}};
@@ -269,6 +286,8 @@ EXPORTED SQLRETURN SQL_API SQLPrimaryKeys(SQLHSTMT handle, SQLCHAR *catalog, SQL
                                           SQLSMALLINT table_length)
 {
     Statement &statement = statement_of(handle);
+    if (!may_call(statement, "{SQLPrimaryKeys}"))
+        return SQL_ERROR;
     TableName name{text_argument(catalog, catalog_length), text_argument(schema, schema_length),
                    text_argument(table, table_length)};
     Result &result = begin_result(statement, keys_columns);

@@ -11,8 +11,8 @@
 
 #include <unistd.h>
 
-// Long enough for another process's statements, short enough for a person to wait.
-constexpr int busy_milliseconds = 10000;
+// Bytes of one text or blob.
+constexpr int largest_value = 100000000;
 
 constexpr char wrong_log_in[] = "Invalid user and or password specified";
 
@@ -46,7 +46,7 @@ static SQLRETURN open_database(Connection &connection, const LogIn &log_in)
     sqlite3 *database = nullptr;
     int result = sqlite3_open_v2(log_in.file.c_str(), &database, SQLITE_OPEN_READWRITE, nullptr);
     if (result == SQLITE_OK) {
-        sqlite3_busy_timeout(database, busy_milliseconds);
+        sqlite3_busy_timeout(database, longest_wait);
         if (is_our_database(database)) {
             connection.database = database;
             return SQL_SUCCESS;
@@ -72,7 +72,10 @@ static void harden(Connection &connection)
     sqlite3_db_config(database, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
     sqlite3_db_config(database, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);
     sqlite3_limit(database, SQLITE_LIMIT_ATTACHED, 0);
+    sqlite3_limit(database, SQLITE_LIMIT_LENGTH, largest_value);
     run(database, "pragma synchronous = full");
+    // "replace" deletes the rows in its way only then in sight of the trigger that keeps the administrator.
+    run(database, "pragma recursive_triggers = on");
     install_authoriser(connection);
 }
 
@@ -98,6 +101,7 @@ static SQLRETURN check_log_in(Connection &connection, const LogIn &log_in)
 
 static void disconnect(Connection &connection)
 {
+    free_statements(connection);
     sqlite3_close_v2(connection.database);
     if (connection.log >= 0)
         close(connection.log);

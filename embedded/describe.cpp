@@ -51,8 +51,8 @@ static const char *type_name(SQLSMALLINT type)
 
 EXPORTED SQLRETURN SQL_API SQLNumResultCols(SQLHSTMT handle, SQLSMALLINT *count)
 {
-    *count = static_cast<SQLSMALLINT>(statement_of(handle).result.columns.size());
-    return SQL_SUCCESS;
+    Statement &statement = statement_of(handle);
+    return store(statement.diagnostics, count, statement.result.columns.size());
 }
 
 EXPORTED SQLRETURN SQL_API SQLDescribeCol(SQLHSTMT handle, SQLUSMALLINT number, SQLCHAR *name, SQLSMALLINT name_size,

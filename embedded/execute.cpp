@@ -5,6 +5,14 @@
 #include "statement_log.h"
 #include "transaction.h"
 
+#include <algorithm>
+#include <chrono>
+
+using Clock = std::chrono::steady_clock;
+
+// Bytes of one result. A query without end stops here, before it has taken the machine's memory.
+constexpr size_t largest_result = 256u << 20;
+
 // Guards what runs between its two ends: only there the statement is the user's.
 struct Guard {
     explicit Guard(Connection &guarded) : connection(guarded) { connection.access.guarded = true; }
@@ -45,16 +53,38 @@ static SQLRETURN compile(Statement &statement, const std::string &sql, Query &qu
     return SQL_SUCCESS;
 }
 
+// Asked by SQLite every few thousand steps of its program; true interrupts it.
+static int is_over(void *deadline)
+{
+    return Clock::now() >= *static_cast<Clock::time_point *>(deadline);
+}
+
+static size_t size_of(const Result &result)
+{
+    return result.cells.size() * sizeof(Cell) + result.bytes.size();
+}
+
 static SQLRETURN read_rows(Statement &statement, sqlite3_stmt *prepared)
 {
+    constexpr SQLULEN longest_timeout = 1000000000;
+    SQLULEN seconds = std::min(statement.query_timeout, longest_timeout);
+    Clock::time_point deadline = Clock::now() + std::chrono::seconds(seconds);
+    sqlite3 *database = statement.connection->database;
+
     statement.running = true;
+    sqlite3_progress_handler(database, 10000, seconds != 0 ? is_over : nullptr, &deadline);
     int result = sqlite3_step(prepared);
-    while (result == SQLITE_ROW) {
+    while (result == SQLITE_ROW && size_of(statement.result) <= largest_result) {
         if (statement.max_rows == 0 || row_count(statement.result) < statement.max_rows)
             append_row(prepared, statement.result);
         result = sqlite3_step(prepared);
     }
+    sqlite3_progress_handler(database, 0, nullptr, nullptr);
     statement.running = false;
+    if (result == SQLITE_ROW)
+        return fail(statement.diagnostics, "HY001", "The result is larger than 256 MB");
+    if (result == SQLITE_INTERRUPT && seconds != 0 && is_over(&deadline))
+        return fail(statement.diagnostics, "HYT00", "The statement has not ended within its time-out", result);
     return result == SQLITE_DONE ? SQL_SUCCESS : fail_readably(statement);
 }
 
@@ -153,11 +183,19 @@ static SQLRETURN run_kind(Statement &statement, const TranslatedStatement &trans
     return SQL_ERROR;
 }
 
+// Milliseconds that the statement waits for another writer.
+static int wait_of(const Statement &statement)
+{
+    bool shorter = statement.query_timeout != 0 && statement.query_timeout < longest_wait / 1000;
+    return shorter ? static_cast<int>(statement.query_timeout) * 1000 : longest_wait;
+}
+
 static SQLRETURN execute_translated(Statement &statement, const TranslatedStatement &translated)
 {
     Connection &connection = *statement.connection;
     bool changes = translated.kind != StatementKind::query;
     Step step;
+    sqlite3_busy_timeout(connection.database, wait_of(statement));
     if (begin_step(connection, statement.diagnostics, changes, step) != SQL_SUCCESS)
         return SQL_ERROR;
     SQLRETURN result = load_access(connection, statement.diagnostics, translated);
@@ -274,8 +312,8 @@ EXPORTED SQLRETURN SQL_API SQLCancel(SQLHSTMT handle)
 
 EXPORTED SQLRETURN SQL_API SQLRowCount(SQLHSTMT handle, SQLLEN *count)
 {
-    *count = statement_of(handle).row_count;
-    return SQL_SUCCESS;
+    Statement &statement = statement_of(handle);
+    return store(statement.diagnostics, count, statement.row_count);
 }
 
 EXPORTED SQLRETURN SQL_API SQLMoreResults(SQLHSTMT handle)

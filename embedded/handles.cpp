@@ -31,6 +31,13 @@ Statement &statement_of(SQLHSTMT handle)
     return statement;
 }
 
+void free_statements(Connection &connection)
+{
+    for (Statement *statement : connection.statements)
+        delete statement;
+    connection.statements.clear();
+}
+
 void close_cursor(Statement &statement)
 {
     statement.result = {};
@@ -41,7 +48,7 @@ void close_cursor(Statement &statement)
 
 std::string text_argument(const SQLCHAR *text, SQLLEN length)
 {
-    if (text == nullptr)
+    if (text == nullptr || (length < 0 && length != SQL_NTS))
         return {};
     const char *start = reinterpret_cast<const char *>(text);
     return length == SQL_NTS ? std::string(start) : std::string(start, static_cast<size_t>(length));
@@ -53,6 +60,7 @@ static SQLRETURN allocate_statement(Connection &connection, SQLHANDLE *handle)
         return fail(connection.diagnostics, "08003", "Connection is not open");
     Statement *statement = new Statement;
     statement->connection = &connection;
+    connection.statements.push_back(statement);
     *handle = statement;
     return SQL_SUCCESS;
 }
@@ -77,12 +85,19 @@ EXPORTED SQLRETURN SQL_API SQLAllocHandle(SQLSMALLINT type, SQLHANDLE parent, SQ
     }
 }
 
+static SQLRETURN free_statement(Statement *statement)
+{
+    std::erase(statement->connection->statements, statement);
+    delete statement;
+    return SQL_SUCCESS;
+}
+
 EXPORTED SQLRETURN SQL_API SQLFreeHandle(SQLSMALLINT type, SQLHANDLE handle)
 {
     switch (type) {
     case SQL_HANDLE_ENV: delete static_cast<Environment *>(handle); return SQL_SUCCESS;
     case SQL_HANDLE_DBC: delete static_cast<Connection *>(handle); return SQL_SUCCESS;
-    case SQL_HANDLE_STMT: delete static_cast<Statement *>(handle); return SQL_SUCCESS;
+    case SQL_HANDLE_STMT: return free_statement(static_cast<Statement *>(handle));
     default: return SQL_ERROR;
     }
 }

@@ -20,6 +20,8 @@ struct Environment {
     SQLINTEGER odbc_version = SQL_OV_ODBC3;
 };
 
+struct Statement;
+
 struct Connection {
     Diagnostics diagnostics;
     Environment *environment = nullptr;
@@ -30,6 +32,7 @@ struct Connection {
     bool autocommit = true;
     int log = -1;                       // descriptor of the statement log; -1: none
     Access access;                      // what the statement that is being compiled or run may do
+    std::vector<Statement *> statements;    // freed with the connection's end
     SQLUINTEGER login_timeout = 0, access_mode = SQL_MODE_READ_WRITE;
 };
 
@@ -80,11 +83,25 @@ Environment &environment_of(SQLHENV handle);
 Connection &connection_of(SQLHDBC handle);
 Statement &statement_of(SQLHSTMT handle);
 
+// Frees the statements that a program left open: the driver manager frees only its own part of them.
+void free_statements(Connection &connection);
+
 // Forgets the result and closes the cursor.
 void close_cursor(Statement &statement);
 
-// The text of an argument: `length` bytes, or up to the NUL for SQL_NTS. A null pointer is an empty text.
+// The text of an argument: `length` bytes, or up to the NUL for SQL_NTS. A null pointer is an empty text, and so is any
+// other negative length, which the driver manager refuses already.
 std::string text_argument(const SQLCHAR *text, SQLLEN length);
+
+// Stores `value` through `out`; a null pointer is a failure (HY009).
+template <typename Out, typename Value>
+SQLRETURN store(Diagnostics &diagnostics, Out *out, Value value)
+{
+    if (out == nullptr)
+        return fail(diagnostics, "HY009", "There is no room for the value");
+    *out = static_cast<Out>(value);
+    return SQL_SUCCESS;
+}
 
 // SQLGetInfo gives a text, not a number, for this kind.
 bool is_text_info(SQLUSMALLINT kind);

@@ -56,7 +56,7 @@ constexpr LongInfo long_infos[] = {
     {SQL_DYNAMIC_CURSOR_ATTRIBUTES2, 0}, {SQL_CURSOR_SENSITIVITY, SQL_INSENSITIVE}, {SQL_POS_OPERATIONS, 0},
     {SQL_NUMERIC_FUNCTIONS, 0}, {SQL_STRING_FUNCTIONS, 0}, {SQL_SYSTEM_FUNCTIONS, 0}, {SQL_TIMEDATE_FUNCTIONS, 0},
     {SQL_CONVERT_FUNCTIONS, 0}, {SQL_PARAM_ARRAY_ROW_COUNTS, SQL_PARC_NO_BATCH}, {SQL_INFO_SCHEMA_VIEWS, 0},
-    {SQL_MAX_STATEMENT_LEN, 0}, {SQL_MAX_ROW_SIZE, 0}, {SQL_MAX_INDEX_SIZE, 0}, {SQL_MAX_CHAR_LITERAL_LEN, 0},
+    {SQL_MAX_STATEMENT_LEN, longest_statement}, {SQL_MAX_ROW_SIZE, 0}, {SQL_MAX_INDEX_SIZE, 0}, {SQL_MAX_CHAR_LITERAL_LEN, 0},
     {SQL_MAX_BINARY_LITERAL_LEN, 0}, {SQL_DDL_INDEX, 0}, {SQL_INSERT_STATEMENT, SQL_IS_INSERT_LITERALS |
      SQL_IS_INSERT_SEARCHED}, {SQL_AGGREGATE_FUNCTIONS, SQL_AF_ALL},
 };
@@ -126,7 +126,9 @@ EXPORTED SQLRETURN SQL_API SQLGetInfo(SQLHDBC handle, SQLUSMALLINT kind, SQLPOIN
 
 EXPORTED SQLRETURN SQL_API SQLGetFunctions(SQLHDBC handle, SQLUSMALLINT function, SQLUSMALLINT *supported)
 {
-    connection_of(handle);
+    Connection &connection = connection_of(handle);
+    if (supported == nullptr)
+        return fail(connection.diagnostics, "HY009", "There is no room for the answer");
     if (function == SQL_API_ODBC3_ALL_FUNCTIONS) {
         std::memset(supported, 0, sizeof *supported * SQL_API_ODBC3_ALL_FUNCTIONS_SIZE);
         for (SQLUSMALLINT known : functions)

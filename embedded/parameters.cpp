@@ -131,6 +131,22 @@ static int bind_value(sqlite3_stmt *prepared, int number, const Parameter &param
     }
 }
 
+static bool is_sized(SQLSMALLINT value_type)
+{
+    return value_type == SQL_C_CHAR || value_type == SQL_C_WCHAR || value_type == SQL_C_BINARY;
+}
+
+// What the indicator says must be served before the value is looked at, which need not be there.
+static SQLRETURN check_indicator(Statement &statement, const Parameter &parameter)
+{
+    SQLLEN length = length_of(parameter);
+    if (length == SQL_DATA_AT_EXEC || length <= SQL_LEN_DATA_AT_EXEC_OFFSET)
+        return fail(statement.diagnostics, "HYC00", "Data at execution are not served");
+    if (length < 0 && length != SQL_NTS && length != SQL_NULL_DATA && is_sized(value_type_of(parameter)))
+        return fail(statement.diagnostics, "HY090", "The length of a parameter is negative");
+    return SQL_SUCCESS;
+}
+
 SQLRETURN bind_parameters(Statement &statement, sqlite3_stmt *prepared)
 {
     int count = sqlite3_bind_parameter_count(prepared);
@@ -138,6 +154,8 @@ SQLRETURN bind_parameters(Statement &statement, sqlite3_stmt *prepared)
         size_t index = static_cast<size_t>(number) - 1;
         if (index >= statement.parameters.size() || !statement.parameters[index].bound)
             return fail(statement.diagnostics, "07002", "Parameter " + std::to_string(number) + " has no value");
+        if (check_indicator(statement, statement.parameters[index]) != SQL_SUCCESS)
+            return SQL_ERROR;
         int result = bind_value(prepared, number, statement.parameters[index]);
         if (result < 0)
             return fail(statement.diagnostics, "HYC00", "The C type of a parameter is not served");
@@ -164,8 +182,8 @@ EXPORTED SQLRETURN SQL_API SQLBindParameter(SQLHSTMT handle, SQLUSMALLINT number
 
 EXPORTED SQLRETURN SQL_API SQLNumParams(SQLHSTMT handle, SQLSMALLINT *count)
 {
-    *count = static_cast<SQLSMALLINT>(statement_of(handle).parameter_count);
-    return SQL_SUCCESS;
+    Statement &statement = statement_of(handle);
+    return store(statement.diagnostics, count, statement.parameter_count);
 }
 
 EXPORTED SQLRETURN SQL_API SQLDescribeParam(SQLHSTMT handle, SQLUSMALLINT number, SQLSMALLINT *type, SQLULEN *size,

@@ -49,6 +49,11 @@ create table "nordvale.system.sysinfo" (
 create trigger "nordvale.system.user.keep_administrator" before delete on "nordvale.system.user"
     when old.username = (select "VALUE" from "nordvale.system.sysinfo" where attribute = 'dbo_user')
     begin select raise(abort, 'The administrator cannot be deleted'); end;
+
+create trigger "nordvale.system.user.keep_name" before update of username on "nordvale.system.user"
+    when old.username <> new.username and
+         old.username = (select "VALUE" from "nordvale.system.sysinfo" where attribute = 'dbo_user')
+    begin select raise(abort, 'The administrator cannot be renamed'); end;
 )";
 
 constexpr int application_id = 1413632846;

@@ -109,17 +109,20 @@ static int remove_final_semicolon(std::vector<Token> &tokens, std::string &probl
     return tokens.empty() ? refuse(problem, "There is no statement") : 0;
 }
 
-// The index behind the parenthesis that closes the one at `at`, or the number of tokens.
-static size_t behind_parenthesis(const std::vector<Token> &tokens, size_t at)
+// For each opening parenthesis the index behind the one that closes it, or the number of tokens. All in one go, so that
+// many that are never closed take no time.
+static std::vector<size_t> ends_of_parentheses(const std::vector<Token> &tokens)
 {
-    size_t depth = 0;
-    for (; at < tokens.size(); ++at) {
+    std::vector<size_t> ends(tokens.size(), tokens.size()), open;
+    for (size_t at = 0; at < tokens.size(); ++at) {
         if (is_sign(tokens[at], '('))
-            ++depth;
-        else if (is_sign(tokens[at], ')') && --depth == 0)
-            return at + 1;
+            open.push_back(at);
+        else if (is_sign(tokens[at], ')') && !open.empty()) {
+            ends[open.back()] = at + 1;
+            open.pop_back();
+        }
     }
-    return at;
+    return ends;
 }
 
 // The index of the first token of the body that "as [[not] materialized] (" at `at` opens, or nothing.
@@ -151,17 +154,20 @@ static int collect_common_tables(Translator &translator, std::string &problem)
     const std::vector<Token> &tokens = translator.tokens;
     if (std::none_of(tokens.begin(), tokens.end(), [](const Token &token) { return is_keyword(token, "with"); }))
         return 0;
+    std::vector<size_t> ends = ends_of_parentheses(tokens);
     for (size_t i = 1; i < tokens.size(); ++i) {
         bool introduced = is_keyword(tokens[i - 1], "with") || is_keyword(tokens[i - 1], "recursive") ||
                           is_sign(tokens[i - 1], ',');
         if (!introduced || !is_name(tokens[i]))
             continue;
-        size_t behind = sign_at(tokens, i + 1, '(') ? behind_parenthesis(tokens, i + 1) : i + 1;
+        size_t behind = sign_at(tokens, i + 1, '(') ? ends[i + 1] : i + 1;
         std::optional<size_t> body = common_table_body(tokens, behind);
         if (!body || !begins_query(tokens, *body))
             continue;
         if (!may_be_common_table(tokens[i].name))
             return refuse(problem, "A name that WITH introduces contains no point and does not begin with sqlite_");
+        if (translator.common_tables.size() == most_table_names)
+            return refuse(problem, "The statement names too many tables");
         translator.common_tables.push_back(tokens[i].name);
     }
     return 0;
@@ -213,6 +219,8 @@ static int read_table(Translator &translator, size_t at, bool source, std::strin
         (alias != behind ||
          !is_one_of(tokens[alias], std::begin(words_behind_table), std::end(words_behind_table))))
         reference.alias = tokens[alias].name;
+    if (translator.references.size() == most_table_names)
+        return refuse(problem, "The statement names too many tables");
     translator.references.push_back(reference);
     translator.table_places.push_back(at);
     return static_cast<int>(behind);
@@ -484,6 +492,8 @@ int translate(std::string_view text, TranslatedStatement &statement, std::string
 {
     Translator translator;
     statement = {};
+    if (text.size() > longest_statement)
+        return refuse(problem, "The statement is too long");
     if (!read_tokens(text, translator.tokens, problem))
         return -1;
     bool escaped = std::any_of(translator.tokens.begin(), translator.tokens.end(),

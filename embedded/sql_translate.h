@@ -19,6 +19,11 @@ enum Privilege : unsigned {
     privilege_all = 15,
 };
 
+// Bytes of a statement, and names of tables in it: enough for any that people or programs write, and few enough that
+// looking each of them up takes no time to speak of.
+constexpr size_t longest_statement = 1000000;
+constexpr size_t most_table_names = 500;
+
 struct TranslatedStatement {
     StatementKind kind;
     std::string sql;                    // for SQLite; empty for grant and revoke
@@ -33,5 +38,5 @@ struct TranslatedStatement {
 // Translates one statement; a ";" behind it is left out. Returns 0, or -1 with the reason in `problem`: no statement or
 // more than one, a quote or comment without end, a statement that is not served (only select, values, with, insert,
 // replace, update, delete, create table, drop table, grant and revoke are), a table name of more than three parts or
-// without its last one.
+// without its last one, more text or table names than the limits above.
 int translate(std::string_view text, TranslatedStatement &statement, std::string &problem);

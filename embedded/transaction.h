@@ -7,6 +7,9 @@
 
 struct Connection;
 
+// Milliseconds. Long enough for another process's statements, short enough for a person to wait.
+constexpr int longest_wait = 10000;
+
 struct Step { bool whole, savepoint; };
 
 // Begins what one statement needs. Returns SQL_SUCCESS, or SQL_ERROR with a diagnostic (HYT00: another writer did not

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <utility>
 #include <vector>
 
 // More than any text that the driver itself gives out but a value; longer diagnostics are cut.
@@ -19,12 +20,15 @@ struct NarrowArgument {
         if (!given)
             return;
         const char16_t *start = reinterpret_cast<const char16_t *>(wide);
-        text = narrow_text(length == SQL_NTS ? std::u16string_view(start)
-                                             : std::u16string_view(start, static_cast<size_t>(length)));
+        if (length == SQL_NTS)
+            text = narrow_text(start);
+        else if (length > 0)
+            text = narrow_text({start, static_cast<size_t>(length)});
     }
     SQLCHAR *data() { return given ? reinterpret_cast<SQLCHAR *>(text.data()) : nullptr; }
+    // In UTF-8 a text may become too long for the narrow call's type; it is told by its NUL then.
     template <typename Length = SQLSMALLINT>
-    Length length() const { return static_cast<Length>(text.size()); }
+    Length length() const { return std::in_range<Length>(text.size()) ? static_cast<Length>(text.size()) : SQL_NTS; }
 
     std::string text;
     bool given;
@@ -48,10 +52,10 @@ static bool copy_out_wide(std::string_view text, SQLPOINTER buffer, SQLLEN size,
         *length = static_cast<SQLSMALLINT>(wide.size());
     if (buffer == nullptr || size <= 0)
         return buffer == nullptr;
-    size_t copied = std::min(wide.size(), static_cast<size_t>(size) - 1);
+    size_t whole = wide.size(), copied = std::min(whole, static_cast<size_t>(size) - 1);
     wide.resize(copied);
     std::memcpy(buffer, wide.c_str(), (copied + 1) * sizeof(char16_t));
-    return length == nullptr || static_cast<size_t>(*length) == copied;
+    return copied == whole;
 }
 
 static SQLRETURN result_of_copy(SQLRETURN result, bool whole, Diagnostics *diagnostics)

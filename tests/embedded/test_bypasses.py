@@ -53,7 +53,7 @@ READING = [
     "select secret.b from mine", "select \"..secret\".b from mine", "select {fn upper((select b from secret))}",
     "select * from {oj mine left join secret on 1}",
     # Tables that are SQLite's or nobody's.
-    "select * from sqlite_master", "select * from main.sqlite_schema", "select * from sqlite_temp_schema", "select * from dbstat",
+    "select * from sqlite_master", "select * from main.sqlite_schema", "select count(*) from sqlite_schema", "select 1 from sqlite_master", "select * from sqlite_temp_schema", "select * from dbstat",
     "select * from sqlite_stmt", "select * from json_each('[1]')", "select * from pragma_table_info('..secret')",
     "select * from pragma_database_list", "select * from sqlite_sequence", "select * from fts3tokenize", "select load_extension('x')",
     "select 1 from nordvale.system.tableprv", "select password from nordvale.system.user", "select * from nordvale.\"system\".[user]",
@@ -148,6 +148,7 @@ def test_a_statement_of_a_user_without_the_privilege_is_refused_and_changes_noth
     ("select ?1from mine", [(7,)]), ("select ?1e--'\n from mine", [(7,)]), ("with q as (select b from mine) select * from q", [("in mine",)]),
     ("select a, row_number() over w from mine window w as (order by a), v as (order by b)", [("x1", 1)]),
     ("select \ufeffb, 'in ''..secret''' from mine where '..secret' <> a", [("in mine", "in '..secret'")]),
+    ("with q as (select 1) select count(*) from q", [(1,)]),
     ("select [window].\"b\"from mine[window]", [("in mine",)]), ("select \"a\"\"b\" from (select 5 as 'a\"b')", [(5,)]),
     ("select [a]\"b\" from mine", [("x1",)]), ("select a [x]from mine[y]where[y].a>''", [("x1",)]),
 ])
