@@ -38,9 +38,9 @@ def test_names_descriptions_and_passwords_on_the_users_page(visitor, accounts, v
 @pytest.mark.parametrize("value", [*HOSTILE, "it's"])
 def test_the_administrator_s_own_row(visitor, accounts, value):
     accounts.change(
+        f"update \"nordvale.system.sysinfo\" set \"VALUE\" = '{sql(value)}';"
         f"update \"nordvale.system.user\" set username = '{sql(value)}', description = '{sql(value)}' "
-        "where username = 'admin';"
-        f"update \"nordvale.system.sysinfo\" set \"VALUE\" = '{sql(value)}'"
+        "where username = 'admin'"
     )
     users = ((value, value, "manager"), *USERS[1:])
     assert visitor.page([("users.x", "1")], user=value) == pages.users_page(users, administrator=value)
