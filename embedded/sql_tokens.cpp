@@ -144,12 +144,12 @@ bool read_tokens(std::string_view text, std::vector<Token> &tokens, std::string 
         if (start == text.size())
             return true;
 
-        // "1.5" after a name is a number, ".5" after one cannot be: a name's dot wins.
         // What SQLite takes for a parameter's name behind these may hold quotes and comment signs.
         if (named_parameters.find(text[start]) != std::string_view::npos) {
             problem = "Parameters are written as question marks";
             return false;
         }
+        // "1.5" after a name is a number, ".5" after one cannot be: a name's dot wins.
         TokenKind kind;
         bool after_name = !tokens.empty() && is_name(tokens.back()) && start == at;
         size_t end = after_name && text[start] == '.' ? start + 1 : end_of_token(text, start, kind);
