@@ -2,19 +2,57 @@
 
 #include "tests/fuzz/target.h"
 
+#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <unistd.h>
 
-void write_html_file(const std::string &name, const std::string &content)
+namespace {
+
+std::string install_path;
+
+void remove_folder()
 {
-    std::filesystem::path path = std::filesystem::path(TABWARDEN_INSTALL_DIR "html/" + name).lexically_normal();
     std::error_code ignored;
-    std::filesystem::create_directories(path.parent_path(), ignored);
-    // Not emptied first: some file systems write an emptied file through to the disk when it is closed.
-    int file = open(path.c_str(), O_WRONLY | O_CREAT, 0600);
-    PROMISE(file >= 0);
-    PROMISE(write(file, content.data(), content.size()) == ssize_t(content.size()));
-    PROMISE(ftruncate(file, off_t(content.size())) == 0);
-    close(file);
+    std::filesystem::remove_all(install_path, ignored);
+}
+
+std::string html_path_of(const std::string &name)
+{
+    return private_install_path() + "/html/" + name;
+}
+
+}
+
+const std::string &private_install_path()
+{
+    if (!install_path.empty())
+        return install_path;
+    const char *parent = getenv("TMPDIR");
+    std::string folder = std::string(parent ? parent : access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp");
+    folder += "/tabwarden_fuzz_XXXXXX";
+    PROMISE(mkdtemp(folder.data()));
+    install_path = std::filesystem::canonical(folder);
+    atexit(remove_folder);
+
+    int number, opened = open(install_path.c_str(), O_PATH | O_DIRECTORY);
+    PROMISE(sscanf(TABWARDEN_INSTALL_DIR, "/proc/self/fd/%d/", &number) == 1);
+    PROMISE(opened >= 0 && dup2(opened, number) == number);
+    close(opened);
+    std::filesystem::create_directory(install_path + "/html");
+    return install_path;
+}
+
+void write_html_file(const std::string &name, std::string_view content)
+{
+    std::filesystem::path path = html_path_of(name);
+    std::filesystem::create_directories(path.parent_path());
+    FILE *file = fopen(path.c_str(), "wb");
+    PROMISE(file && fwrite(content.data(), 1, content.size(), file) == content.size());
+    fclose(file);
+}
+
+void remove_html_file(const std::string &name)
+{
+    unlink(html_path_of(name).c_str());
 }

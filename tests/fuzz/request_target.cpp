@@ -1,9 +1,11 @@
-// Any bytes as a request: parse_request beside a reading of the same lines that copies where the parser cuts.
+// Any bytes as a request: parse_request beside a reading of the same lines that copies where the parser cuts. And as
+// header lines alone: where store_hd_field steps to.
 
 #include "server/request.h"
 
 #include "tests/fuzz/target.h"
 
+#include <algorithm>
 #include <map>
 #include <optional>
 #include <strings.h>
@@ -119,11 +121,15 @@ Request expected(std::string rest, const RequestRecord &known)
     return request;
 }
 
+void check_released(const RequestRecord &record)
+{
+    PROMISE(!record.uri && !record.query && !record.protocol && !record.remaining_data);
+    for (const NameValue &header : record.headers)
+        PROMISE(!header.value);
 }
 
-int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+void check_request(const std::string &input)
 {
-    std::string input = text_of(data, size, 32767);
     auto copy = exact_copy(input);
     RequestRecord record;
     init_new_request(&record);
@@ -144,5 +150,36 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         }
     }
     freeup_request(&record);
+    check_released(record);
+}
+
+void check_lines(const std::string &input)
+{
+    auto copy = exact_copy(input);
+    RequestRecord record;
+    init_new_request(&record);
+    char *cursor = copy.get();
+    int remaining = int(input.size());
+    for (int result = 1; result != 0;) {
+        char *line = cursor;
+        int before = remaining;
+        result = store_hd_field(&cursor, &remaining, &record);
+        PROMISE(result == 0 ? cursor == line && remaining == before : cursor > line);
+        PROMISE(result == 0 || result == 1 || (result == -1 && remaining == 0));
+        PROMISE(remaining >= -1);
+        PROMISE(size_t(cursor - copy.get()) + size_t(std::max(remaining, 0)) == input.size());
+    }
+    freeup_request(&record);
+    check_released(record);
+}
+
+}
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    log_to_nowhere();
+    std::string input = text_of(data, size, 32767);
+    check_request(input);
+    check_lines(input);
     return 0;
 }
