@@ -406,6 +406,17 @@ TEST_F(ProcessRequest, sends_nothing_when_the_credential_check_has_answered)
     EXPECT_EQ(Pieces{}, pieces);
 }
 
+TEST_F(ProcessRequest, builds_the_header_of_a_refusal_whoever_has_answered)
+{
+    // Without a protocol to go by the header ends the process.
+    for (int result : {-1, -2}) {
+        stand_in.validate_user_result = result;
+        EXPECT_EQ(SIGABRT, process_in_child(std::string("POST /isam.cgi\r\n") + credentials
+                                            + "Content-Length: 12\r\n\r\ndatasource=d").signal) << result;
+        EXPECT_EQ(Pieces{}, pieces) << result;
+    }
+}
+
 TEST_F(ProcessRequest, ends_the_process_for_malformed_credentials_with_nothing_sent)
 {
     for (const char *lines : {"Authorization: Basic\r\n", "Authorization:  \r\n",

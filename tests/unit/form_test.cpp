@@ -99,6 +99,14 @@ struct PostedBody {
     }
 };
 
+const char *value_of(const RequestRecord &record, const char *name)
+{
+    const NameValue *header = record.headers;
+    while (strcmp(header->name, name) != 0)
+        header++;
+    return header->value;
+}
+
 std::string address_text(const void *address)
 {
     char text[32];
@@ -577,6 +585,20 @@ TEST(LoadPostdata, logs_that_nothing_is_counted_yet)
     PostedBody posted(3, "a=1");
     posted.load();
     EXPECT_EQ("0 bytes of remaining posted data\n", log.text());
+}
+
+TEST(LoadPostdata, takes_one_header_line_from_as_much_of_the_buffer_as_is_counted)
+{
+    CapturedLog log;
+    PostedBody posted(3, "a=1");
+    strcpy(posted.buffer(), "Host: h\r\nVia: v\r\n");
+    posted.length = 17;
+    EXPECT_EQ(0, posted.load());
+    EXPECT_STREQ(" h", value_of(posted.record, "host"));
+    EXPECT_EQ(nullptr, value_of(posted.record, "via"));
+    EXPECT_EQ("8 bytes of remaining posted data\n", log.text());
+    EXPECT_EQ("a=1", posted.body());
+    EXPECT_EQ(3, posted.length);
 }
 
 TEST(LoadPostdata, leaves_the_record_as_it_is)

@@ -5,8 +5,11 @@
 #include "tests/unit/failing_call.h"
 #include "tests/unit/sockets.h"
 #include "tests/unit/stand_in_application.h"
+#include "tests/unit/told_calls.h"
 
+#include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <string>
@@ -53,6 +56,21 @@ protected:
 
     std::string answer, unread;
 };
+
+// How a socket is to be waited for: for data or an exception on it alone, 30 seconds, with no other set.
+void expect_wait_for(int socket, int count, const fd_set *readable, const fd_set *writable, const fd_set *exceptional,
+                     const timeval *limit)
+{
+    fd_set alone;
+    FD_ZERO(&alone);
+    FD_SET(socket, &alone);
+    EXPECT_EQ(socket + 1, count);
+    EXPECT_EQ(0, memcmp(&alone, readable, sizeof alone));
+    EXPECT_EQ(nullptr, writable);
+    EXPECT_EQ(0, memcmp(&alone, exceptional, sizeof alone));
+    EXPECT_EQ(30, limit->tv_sec);
+    EXPECT_EQ(0, limit->tv_usec);
+}
 
 // A request of that many bytes, its blank line at the very end.
 std::string request_of(size_t size)
@@ -198,6 +216,68 @@ TEST_F(HandleRequest, returns_silently_for_a_receive_error)
     int unconnected = socket(AF_INET, SOCK_STREAM, 0);
     handle_request(unconnected);
     close(unconnected);
+    EXPECT_EQ(Calls{}, stand_in.calls);
+    EXPECT_EQ("", log.text());
+}
+
+TEST_F(HandleRequest, waits_30_seconds_for_the_first_data)
+{
+    SocketPair sockets(SOCK_STREAM);
+    sockets.client_sends(landing_page);
+    int waits = 0;
+    ToldSelect select([&](int count, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *limit) {
+        waits++;
+        expect_wait_for(sockets.server(), count, readable, writable, exceptional, limit);
+        return 0;
+    });
+    handle_request(sockets.server());
+    EXPECT_EQ(1, waits);
+    EXPECT_EQ(Calls{}, stand_in.calls);
+}
+
+TEST_F(HandleRequest, waits_anew_and_as_long_when_there_is_no_data_after_all)
+{
+    SocketPair sockets(SOCK_STREAM);
+    sockets.client_sends(landing_page);
+    int waits = 0;
+    ToldSelect select([&](int count, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *limit) {
+        expect_wait_for(sockets.server(), count, readable, writable, exceptional, limit);
+        FD_ZERO(exceptional);
+        if (++waits == 3)
+            return 1;
+        FD_ZERO(readable);
+        *limit = {1, 2};
+        return 1;
+    });
+    handle_request(sockets.server());
+    EXPECT_EQ(3, waits);
+    EXPECT_EQ(Calls{"uri_isam"}, stand_in.calls);
+}
+
+TEST_F(HandleRequest, waits_only_for_the_first_data)
+{
+    int waits = 0;
+    ToldSelect select([&](int, fd_set *, fd_set *, fd_set *exceptional, timeval *) {
+        waits++;
+        FD_ZERO(exceptional);
+        return 1;
+    });
+    handle({"GET / ", "HTTP/1.1\r\n", "\r\n"});
+    EXPECT_EQ(1, waits);
+    EXPECT_EQ(Calls{"uri_isam"}, stand_in.calls);
+}
+
+TEST_F(HandleRequest, takes_no_failed_wait_for_an_exception)
+{
+    // A select that fails leaves the sets as they were, the socket in both.
+    CapturedLog log;
+    SocketPair sockets(SOCK_STREAM);
+    sockets.client_sends(landing_page);
+    ToldSelect select([](int, fd_set *, fd_set *, fd_set *, timeval *) {
+        errno = EINTR;
+        return -1;
+    });
+    handle_request(sockets.server());
     EXPECT_EQ(Calls{}, stand_in.calls);
     EXPECT_EQ("", log.text());
 }

@@ -592,6 +592,9 @@ TEST(StoreHdField, continues_a_value_when_the_second_byte_of_the_next_line_is_a_
         {"Host: h\r\n\t\tmore\r\nVia: v\r\n", " h,\tmore", 17},
         {"Host: h\r\nx\tmore\r\nVia: v\r\n", " h,\tmore", 17},
         {"Host: h\r\nx a\r\ny b\r\nVia: v\r\n", " h, a, b", 19},
+        {"Host: h\r\nx a\x12Via: v\r\n", " h, a", 13},
+        {"Host: h\x12x a\r\nVia: v\r\n", " h, a", 13},
+        {"Host: h\r\nx a\nb\r\nVia: v\r\n", " h, a\nb", 16},
     };
     for (const auto &sample : cases) {
         StoredLine line(sample.text);
@@ -608,6 +611,16 @@ TEST(StoreHdField, does_not_continue_a_value_for_a_blank_that_is_the_first_byte_
     StoredLine line("Host: h\r\n more\r\nVia: v\r\n");
     EXPECT_STREQ(" h", header(line, "host"));
     EXPECT_EQ(9, line.consumed());
+}
+
+TEST(StoreHdField, drops_the_continuation_of_an_unknown_header_with_it)
+{
+    StoredLine line("Cookie: c\r\nx Via: a\r\nVia: v\r\n");
+    EXPECT_EQ(1, line.result);
+    EXPECT_EQ(21, line.consumed());
+    EXPECT_EQ(nullptr, header(line, "via"));
+    EXPECT_EQ(1, line.store_next());
+    EXPECT_STREQ(" v", header(line, "via"));
 }
 
 TEST(StoreHdField, continues_with_a_line_that_is_a_blank_at_the_end_of_the_text)

@@ -7,6 +7,7 @@
 #include "tests/unit/guarded_text.h"
 #include "tests/unit/same_bytes.h"
 #include "tests/unit/sockets.h"
+#include "tests/unit/told_calls.h"
 
 #include <cerrno>
 #include <csignal>
@@ -79,6 +80,16 @@ std::string status_line(int status)
 {
     Header header("HTTP/1.1", 0, status, 0, nullptr);
     return header.text.substr(0, header.text.find('\n') + 1);
+}
+
+// The value of the header line of that name, as it was written.
+std::string line_of(const char *header, const char *name)
+{
+    const char *value = strstr(header, (std::string("\r\n") + name + ": ").c_str());
+    if (!value)
+        return "(none)";
+    value += strlen(name) + 4;
+    return std::string(value, strcspn(value, "\r"));
 }
 
 std::string page_of(size_t length)
@@ -214,6 +225,42 @@ TEST(ProtocolHeader, aborts_without_a_request)
         return protocol_header(nullptr, buffer, &length, 0, 200, 0, nullptr);
     });
     EXPECT_EQ(SIGABRT, end.signal);
+}
+
+TEST(ProtocolHeader, writes_dates_with_english_names_and_two_digits)
+{
+    const struct {
+        time_t time;
+        const char *date;
+    } cases[] = {
+        {0, "Thu, 01 Jan 1970 00:00:00 GMT"},
+        {951782400, "Tue, 29 Feb 2000 00:00:00 GMT"},
+        {1141387384, "Fri, 03 Mar 2006 12:03:04 GMT"},
+        {1270339199, "Sat, 03 Apr 2010 23:59:59 GMT"},
+        {1304208000, "Sun, 01 May 2011 00:00:00 GMT"},
+        {1402833600, "Sun, 15 Jun 2014 12:00:00 GMT"},
+        {1435708799, "Tue, 30 Jun 2015 23:59:59 GMT"},
+        {1435708800, "Wed, 01 Jul 2015 00:00:00 GMT"},
+        {1534852923, "Tue, 21 Aug 2018 12:02:03 GMT"},
+        {1599523262, "Tue, 08 Sep 2020 00:01:02 GMT"},
+        {1634601600, "Tue, 19 Oct 2021 00:00:00 GMT"},
+        {1794811817, "Mon, 16 Nov 2026 06:50:17 GMT"},
+        {1893455999, "Mon, 31 Dec 2029 23:59:59 GMT"},
+        {4102444800, "Fri, 01 Jan 2100 00:00:00 GMT"},
+    };
+    for (const auto &sample : cases) {
+        ToldTime clock(sample.time);
+        EXPECT_EQ(sample.date, line_of(Header("HTTP/1.1", 0, 200, 0, nullptr).room.text(), "Date"));
+    }
+}
+
+TEST(ProtocolHeader, reads_the_clock_for_each_of_its_dates)
+{
+    ToldTime clock(0, 1);
+    Header header("HTTP/1.0", 0, 200, 0, nullptr);
+    EXPECT_EQ("Thu, 01 Jan 1970 00:00:00 GMT", line_of(header.room.text(), "Date"));
+    EXPECT_EQ("Thu, 01 Jan 1970 00:00:01 GMT", line_of(header.room.text(), "Last-Modified"));
+    EXPECT_EQ("Thu, 01 Jan 1970 00:00:02 GMT", line_of(header.room.text(), "Expires"));
 }
 
 TEST(ProtocolHeader, logs_nothing)

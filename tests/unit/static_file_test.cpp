@@ -222,6 +222,26 @@ TEST_F(UriFile, gives_minus_1_when_a_chunk_cannot_be_sent)
     EXPECT_EQ(1u, pieces.size());
 }
 
+TEST_F(UriFile, tells_a_length_of_up_to_31_bits)
+{
+    // Nothing but the header fits into the socket's room, so that the file does not go out.
+    const int little = 1;
+    setsockopt(sockets.server(), SOL_SOCKET, SO_SNDBUF, &little, sizeof little);
+    std::string name = write_file("huge.css", "");
+    const struct {
+        off_t size;
+        const char *line;
+    } cases[] = {
+        {2147483647, "Content-Length: 2147483647\r\n"}, {2147483648, ""}, {4294967296, ""}, {4294967301, ""},
+    };
+    for (const auto &sample : cases) {
+        ASSERT_EQ(0, truncate(served_path(name).c_str(), sample.size)) << sample.size;
+        EXPECT_EQ(-1, serve("/" + name)) << sample.size;
+        ASSERT_EQ(1u, pieces.size()) << sample.size;
+        EXPECT_BYTES(header(sample.line, "text/css"), without_dates(pieces[0]));
+    }
+}
+
 TEST_F(UriFile, leaves_no_file_open)
 {
     int before = open("/dev/null", O_RDONLY);
