@@ -2,10 +2,11 @@
 
 import os
 import resource
+import select
 import signal
 import socket
 import struct
-from contextlib import contextmanager
+from contextlib import ExitStack, contextmanager
 
 import pytest
 
@@ -200,6 +201,38 @@ def test_a_client_may_close_its_side_after_the_blank_line(server):
         connection.sendall(REQUEST)
         connection.shutdown(socket.SHUT_WR)
         assert undated(read_all(connection)) == ANSWER
+
+
+def begin_to_connect(server):
+    """A client that is not waited for, and whether it is connected. On one host that is settled at once."""
+    connection = socket.socket()
+    connection.setblocking(False)
+    connection.connect_ex(("127.0.0.1", server.port))
+    _, writable, _ = select.select([], [connection], [], MOMENT)
+    return connection, bool(writable)
+
+
+def test_beside_the_served_client_as_many_wait_as_a_backlog_of_five_lets_in(server):
+    with held(server), ExitStack() as waiting:
+        clients = [begin_to_connect(server) for _ in range(7)]
+        for connection, _ in clients:
+            waiting.enter_context(connection)
+        # Linux lets in one more than the backlog says.
+        assert [connected for _, connected in clients] == 6 * [True] + [False]
+
+
+def test_the_server_tries_again_after_a_failed_accept(server):
+    _, hard = limits = resource.prlimit(server.process.pid, resource.RLIMIT_NOFILE)
+    with held(server, b"GET /no-such-file HTTP/1.1\r\n") as first, server.connect() as second:
+        resource.prlimit(server.process.pid, resource.RLIMIT_NOFILE, (0, hard))
+        first.sendall(b"\r\n")
+        assert read_all(first) == b""
+        second.sendall(REQUEST)
+        assert is_silent(second, MOMENT)
+        resource.prlimit(server.process.pid, resource.RLIMIT_NOFILE, limits)
+        assert undated(read_all(second)) == ANSWER
+    server.process.kill()
+    assert server.process.stderr.read() == b""
 
 
 def test_the_server_has_one_child_for_a_connection_and_none_is_left_behind(server):
