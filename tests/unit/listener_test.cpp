@@ -1,6 +1,7 @@
 #include "server/listener.h"
 
 #include "server/log.h"
+#include "server/response.h"
 #include "server/server_state.h"
 #include "tests/unit/child.h"
 #include "tests/unit/failing_call.h"
@@ -122,7 +123,7 @@ TEST(StartProcess, gives_the_parent_minus_1_and_the_exit_status_in_errno)
 
 TEST(StartProcess, gives_the_parent_minus_1_and_EINTR_for_a_child_that_a_signal_ended)
 {
-    for (int number : {SIGKILL, SIGABRT, SIGSEGV, SIGTERM}) {
+    for (int number : {SIGKILL, SIGABRT, SIGSEGV, SIGTERM, SIGRTMAX}) {
         ParentResult parent = result_for_parent([=] {
             signal(number, SIG_DFL);
             return raise(number);
@@ -262,6 +263,32 @@ TEST_F(HttpStart, notices_within_two_minutes_that_a_silent_client_has_vanished)
     EXPECT_LE(seconds, 120);
 }
 
+TEST_F(HttpStart, gives_a_page_whose_client_has_gone_a_failed_send)
+{
+    stand_in.build_page = [](RequestRecord *request, PageBuffer &, int *length) {
+        char byte;
+        while (recv(request->socket, &byte, 1, 0) > 0)
+            ;
+        const ResponsePiece piece[] = {{"p", 1}, {nullptr, 0}};
+        log_printf("send_response gives %d\n", send_response(request->socket, piece));
+        *length = 0;
+        return 0;
+    };
+    int port = free_port();
+    RunningChild server = start(std::to_string(port));
+    int connection = connect_to_port(port);
+    ASSERT_EQ(ssize_t(strlen(landing_page)), send(connection, landing_page, strlen(landing_page), 0));
+    char header[header_size];
+    ASSERT_LT(0, recv(connection, header, sizeof header, 0));
+    const linger no_farewell = {1, 0};
+    setsockopt(connection, SOL_SOCKET, SO_LINGER, &no_farewell, sizeof no_farewell);
+    close(connection);
+    // The next client is served when that is over.
+    EXPECT_EQ("", answer_to(connect_to_port(port), "FOO / HTTP/1.1\r\n\r\n"));
+    stop_child(server);
+    EXPECT_EQ(start_lines(std::to_string(port)) + "send_response gives -1\n", logged());
+}
+
 TEST_F(HttpStart, keeps_the_lines_of_all_children_in_one_log)
 {
     int port = free_port();
@@ -317,6 +344,13 @@ TEST_F(HttpStart, reads_the_port_as_a_decimal_number_of_16_bits)
         ChildEnd end = run_in_child([&] { return http_start(text.c_str()); });
         EXPECT_EQ("Failed to bind port " + port + "\n", end.errors) << text;
     }
+}
+
+TEST_F(HttpStart, takes_the_greatest_port_for_a_number_beyond_all_bounds)
+{
+    BusyPort busy(65535);
+    ChildEnd end = run_in_child([] { return http_start("99999999999999999999"); });
+    EXPECT_EQ("Failed to bind port 65535\n", end.errors);
 }
 
 TEST_F(HttpStart, takes_the_default_port_for_a_null_text)
