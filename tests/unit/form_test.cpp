@@ -221,13 +221,16 @@ TEST(SplitFormFields, decodes_no_further_than_the_field)
 
 TEST(SplitFormFields, reads_no_further_than_its_length)
 {
-    GuardedText text("a=1&b=2&c=3");
-    FormField *list;
-    ASSERT_EQ(0, split_form_fields(text.text(), 7, &list));
-    EXPECT_STREQ("b", list[1].name);
-    EXPECT_STREQ("2", list[1].value);
-    EXPECT_EQ(nullptr, list[2].name);
-    freeup_attr_pairs(list);
+    // With and without the separator at its end.
+    for (int length : {7, 8}) {
+        GuardedText text("a=1&b=2&c=3");
+        FormField *list;
+        ASSERT_EQ(0, split_form_fields(text.text(), length, &list));
+        EXPECT_STREQ("b", list[1].name);
+        EXPECT_STREQ("2", list[1].value);
+        EXPECT_EQ(nullptr, list[2].name);
+        freeup_attr_pairs(list);
+    }
 }
 
 TEST(SplitFormFields, ends_at_a_nul_behind_a_separator)
