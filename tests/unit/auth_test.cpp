@@ -95,7 +95,7 @@ TEST_F(Authorised, finds_the_credentials_behind_any_scheme_word)
 {
     for (const char *value : {"Basic dXNlcjpwYXNz", " Basic dXNlcjpwYXNz", "   Basic   dXNlcjpwYXNz",
                               " Digest dXNlcjpwYXNz", " basic dXNlcjpwYXNz", " x dXNlcjpwYXNz",
-                              " Basic: dXNlcjpwYXNz", " dXNlcjpwYXNz dXNlcjpwYXNz"}) {
+                              " Basic: dXNlcjpwYXNz", " dXNlcjpwYXNz dXNlcjpwYXNz", " \t dXNlcjpwYXNz"}) {
         EXPECT_EQ(1, authorise(value)) << value;
         EXPECT_EQ("user", stand_in.user) << value;
         EXPECT_EQ("pass", stand_in.password) << value;
