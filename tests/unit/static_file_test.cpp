@@ -208,9 +208,12 @@ TEST_F(UriFile, gives_minus_1_behind_the_header_for_a_folder)
 
 TEST_F(UriFile, gives_minus_1_when_the_header_cannot_be_sent)
 {
-    record.uri = strdup(("/" + write_file("a.css", "x")).c_str());
-    EXPECT_EQ(-1, uri_file(-1, &record));
-    EXPECT_EQ(0, record.status);
+    for (const char *content : {"x", ""}) {
+        freeup_request(&record);
+        record.uri = strdup(("/" + write_file("a.css", content)).c_str());
+        EXPECT_EQ(-1, uri_file(-1, &record)) << content;
+        EXPECT_EQ(0, record.status);
+    }
 }
 
 TEST_F(UriFile, gives_minus_1_when_a_chunk_cannot_be_sent)
