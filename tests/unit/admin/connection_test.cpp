@@ -2,6 +2,7 @@
 
 #include "admin/odbc.h"
 #include "common/text.h"
+#include "failing_odbc.h"
 #include "same_bytes.h"
 #include "source_fixture.h"
 
@@ -125,6 +126,67 @@ TEST_F(Connection, reset_without_a_connection_ends_in_the_error_page)
     EXPECT_EQ(uri_reset(context, page), -1);
     EXPECT_STREQ(page, "SQLAllocHandle failed with no diagnostic available\n");
     EXPECT_BYTES(error_page(page), connection.received());
+}
+
+TEST_F(Connection, that_lacks_a_handle_is_an_error_page_with_report_only)
+{
+    struct {
+        SQLSMALLINT type;
+        int number;
+    } cases[] = {{SQL_HANDLE_DBC, 1}, {SQL_HANDLE_STMT, 1}, {SQL_HANDLE_STMT, 2}};
+    copy_text(datasource, "sample");
+    copy_text(logonuser, administrator);
+    copy_text(logonauth, administrator_password);
+    for (auto &c : cases)
+        for (int report : {0, 1}) {
+            let_allocation_fail(c.type, c.number);
+            EXPECT_EQ(uri_connect(context, page, report), -1);
+            EXPECT_STREQ(page, failed_allocation);
+            EXPECT_BYTES(report ? error_page(failed_allocation) : "", connection.received());
+            EXPECT_NE(context.env, nullptr);
+            EXPECT_EQ(context.dbc != nullptr, c.type == SQL_HANDLE_STMT);
+            EXPECT_EQ(context.stmt2, nullptr);
+            uri_disconnect(context, page);
+            uri_setup(context, page, &request);
+        }
+}
+
+TEST_F(Connection, that_gets_no_statement_behind_the_administrator_query_is_an_error_page_even_without_report)
+{
+    let_allocation_fail(SQL_HANDLE_STMT, 3);
+    EXPECT_EQ(connect(), -1);
+    EXPECT_STREQ(page, failed_allocation);
+    EXPECT_BYTES(error_page(failed_allocation), connection.received());
+    EXPECT_STREQ(context.dbo_user, administrator);
+    EXPECT_EQ(context.stmt, nullptr);
+}
+
+TEST_F(Connection, that_has_ended_is_told_in_the_connection_s_own_words)
+{
+    ASSERT_EQ(connect(), 0);
+    SQLDisconnect(context.dbc);
+    context.stmt = context.stmt2 = nullptr;
+    for (int (*procedure)(PageContext &, PageBuffer &) :
+         {uri_reset, +[](PageContext &c, PageBuffer &message) { return uri_connect(c, message, 0); }}) {
+        page[0] = 0;
+        EXPECT_EQ(procedure(context, page), -1);
+        std::string message = page;
+        EXPECT_EQ(message.rfind("SQLAllocHandle failed with [unixODBC]", 0), 0u) << message;
+        std::string diagnostic = diagnostic_text(SQL_HANDLE_DBC, context.dbc).text;
+        EXPECT_EQ(message, "SQLAllocHandle failed with " + diagnostic + "\n");
+        EXPECT_BYTES(error_page(message), connection.received());
+    }
+}
+
+TEST_F(Connection, reset_fails_when_either_statement_does)
+{
+    ASSERT_EQ(connect(), 0);
+    for (int number : {1, 2}) {
+        let_allocation_fail(SQL_HANDLE_STMT, number);
+        EXPECT_EQ(uri_reset(context, page), -1);
+        EXPECT_STREQ(page, failed_allocation);
+        EXPECT_BYTES(error_page(failed_allocation), connection.received());
+    }
 }
 
 TEST_F(Connection, disconnect_makes_every_handle_null_and_can_be_repeated)

@@ -1,7 +1,10 @@
 #include "admin/grants.h"
 
 #include "admin/connection.h"
+#include "admin/odbc.h"
+#include "admin/table_name.h"
 #include "common/text.h"
+#include "failing_odbc.h"
 #include "same_bytes.h"
 #include "source_fixture.h"
 
@@ -66,18 +69,73 @@ TEST_F(Grants, revoke_all_takes_the_user_that_it_is_given)
 
 TEST_F(Grants, public_in_exactly_this_spelling_is_the_keyword)
 {
-    revoke_all(context, page, "public");
-    revoke_all(context, page, "Public");
-    Texts sent = statements();
-    ASSERT_GE(sent.size(), 5u);
-    EXPECT_EQ(sent[1], "revoke all on \"u\" from public");
-    EXPECT_EQ(sent[4], "revoke all on \"u\" from \"Public\"");
+    struct {
+        const char *user, *statement;
+    } cases[] = {{"public", "revoke all on \"u\" from public"},
+                 {"Public", "revoke all on \"u\" from \"Public\""},
+                 {"public2", "revoke all on \"u\" from \"public2\""},
+                 {"publi", "revoke all on \"u\" from \"publi\""},
+                 {" public", "revoke all on \"u\" from \" public\""},
+                 {"", "revoke all on \"u\" from \"\""}};
+    for (auto &c : cases) {
+        forget_statements();
+        revoke_all(context, page, c.user);
+        ASSERT_GE(statements().size(), 2u);
+        EXPECT_EQ(statements()[1], c.statement);
+    }
 }
 
 TEST_F(Grants, double_quotes_in_a_user_name_are_doubled)
 {
     revoke_all(context, page, "a\"b");
     EXPECT_EQ(statements()[1], "revoke all on \"u\" from \"a\"\"b\"");
+}
+
+TEST_F(Grants, without_the_list_of_tables_end_in_the_error_page_and_change_nothing)
+{
+    int (*operations[])(PageContext &, PageBuffer &) = {
+        [](PageContext &c, PageBuffer &p) { return submit_selection(c, p, nullptr); },
+        grant_all,
+        [](PageContext &c, PageBuffer &p) { return revoke_all(c, p, "anna"); },
+    };
+    for (auto operation : operations) {
+        copy_text(page, "begun");
+        let_tables_fail();
+        EXPECT_EQ(operation(context, page), -1);
+        EXPECT_STREQ(page, failed_tables);
+        EXPECT_BYTES(error_page(failed_tables), connection.received());
+    }
+    EXPECT_TRUE(statements().empty());
+}
+
+TEST_F(Grants, the_longest_names_of_a_table_and_a_user_fit_into_a_statement_whole)
+{
+    std::string name(column_size - 1, '"'), user(2 * (column_size - 1) + 2, '"');
+    std::string table = user + "." + user + "." + user, box = name + "." + name + "." + name + "_update";
+    run({"drop table u", "drop table c.s.t", ("create table " + table + " (a integer)").c_str()});
+    forget_statements();
+    copy_text(isamuser, name.c_str());
+    Form form = {{box.c_str(), ""}};
+    submit_selection(context, page, form);
+    revoke_all(context, page, name.c_str());
+    std::string sent;
+    for (const std::string &statement : statements())
+        sent += statement + "\n";
+    EXPECT_BYTES("{SQLTables}\nrevoke select on " + table + " from " + user + "\nrevoke insert on " + table + " from " +
+                     user + "\ngrant update on " + table + " to " + user + "\nrevoke delete on " + table + " from " +
+                     user + "\n{SQLTables}\nrevoke all on " + table + " from " + user + "\n",
+                 sent);
+}
+
+TEST_F(Grants, take_a_null_part_of_a_table_s_name_for_an_empty_one)
+{
+    ASSERT_TRUE(execute(context.stmt, "select null, null, 't' from nordvale.system.sysinfo"));
+    ASSERT_TRUE(succeeded(SQLFetch(context.stmt)));
+    TableName name = {"left", "over", "here"};
+    EXPECT_TRUE(read_table_name(context.stmt, name));
+    EXPECT_STREQ(name.catalog, "");
+    EXPECT_STREQ(name.schema, "");
+    EXPECT_STREQ(name.table, "t");
 }
 
 TEST_F(Grants, without_a_connection_end_in_the_error_page)

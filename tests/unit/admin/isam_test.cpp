@@ -1,6 +1,7 @@
 #include "server/application.h"
 
 #include "common/text.h"
+#include "failing_odbc.h"
 #include "same_bytes.h"
 #include "source_fixture.h"
 
@@ -35,6 +36,14 @@ TEST_F(ValidateUser, refuses_a_wrong_password_and_an_empty_user)
     EXPECT_EQ(validate_user(administrator, "wrong", page, &request, form), -1);
     EXPECT_EQ(validate_user("", "", page, &request, form), -1);
     EXPECT_EQ(connection.received(), "");
+}
+
+TEST_F(ValidateUser, clears_the_message_where_there_is_nothing_to_tell)
+{
+    Form form = {{"datasource", "sample"}};
+    copy_text(page, "left over");
+    EXPECT_EQ(validate_user(administrator, administrator_password, page, &request, form), 0);
+    EXPECT_STREQ(page, "");
 }
 
 TEST_F(ValidateUser, takes_the_initial_data_source_before_the_other)
@@ -111,6 +120,54 @@ TEST_F(UriIsam, shows_the_page_to_the_administrator_in_any_letter_case)
     int length = page_size;
     EXPECT_EQ(uri_isam(nullptr, &request, page, &length, form), 0);
     EXPECT_EQ(length, int(strlen(page)));
+}
+
+// How many statements a page allocates before one can be missing without ending it: three for the connection, two for
+// the page, two for each procedure that follows. Those of the privilege list are not counted.
+struct StatementsOfPage {
+    const char *page_field, *button;
+    int count;
+};
+
+constexpr StatementsOfPage statements_of_pages[] = {
+    {"reports.x", "", 5},
+    {"users.x", "", 7},
+    {"users.x", "submit_users", 11},
+    {"rights.x", "", 9},
+    {"rights.x", "rights_grant", 11},
+    {"rights.x", "rights_revoke", 11},
+    {"rights.x", "submit_selection", 11},
+};
+
+TEST_F(UriIsam, without_one_of_its_statements_is_one_error_page_and_no_length)
+{
+    copy_text(logonuser, administrator);
+    copy_text(logonauth, administrator_password);
+    for (const StatementsOfPage &statements : statements_of_pages) {
+        Form form = {{"datasource", "sample"}, {statements.page_field, "1"}, {statements.button, "pressed"}};
+        for (int number = 1; number <= statements.count; number++) {
+            let_allocation_fail(SQL_HANDLE_STMT, number);
+            int length = page_size;
+            EXPECT_EQ(uri_isam(nullptr, &request, page, &length, form), -1) << statements.button << number;
+            EXPECT_EQ(length, page_size);
+            EXPECT_BYTES(error_page(failed_allocation), connection.received());
+        }
+    }
+}
+
+TEST_F(UriIsam, goes_on_behind_a_privilege_list_without_a_statement)
+{
+    copy_text(logonuser, administrator);
+    copy_text(logonauth, administrator_password);
+    Form form = {{"datasource", "sample"}, {"rights.x", "1"}};
+    for (int number : {10, 11}) {
+        let_allocation_fail(SQL_HANDLE_STMT, number);
+        int length = page_size;
+        EXPECT_EQ(uri_isam(nullptr, &request, page, &length, form), 0);
+        EXPECT_EQ(length, int(strlen(page)));
+        EXPECT_BYTES(error_page(failed_allocation), connection.received());
+        EXPECT_EQ(std::string(page).rfind(failed_allocation, 0), 0u);
+    }
 }
 
 TEST_F(UriIsam, answers_a_form_without_data_source_with_a_bare_page)

@@ -3,6 +3,7 @@
 #include "admin/rights.h"
 #include "admin/users.h"
 #include "common/text.h"
+#include "failing_odbc.h"
 #include "same_bytes.h"
 #include "server/template.h"
 #include "source_fixture.h"
@@ -60,6 +61,33 @@ TEST_F(Pages, output_user_refuses_a_posted_user_that_does_not_fit)
     EXPECT_BYTES(error_page("User name is too long.\n"), connection.received());
 }
 
+TEST_F(Pages, output_user_is_an_empty_chooser_where_the_users_cannot_be_read)
+{
+    uri_disconnect(context, page);
+    uri_setup(context, page, &request);
+    ASSERT_EQ(connect("anna", "a"), 0);
+    for (const char *posted : {"", "bert"}) {
+        page[0] = 0;
+        Form form = {{"isamuser", posted}, {"last_datasource", "sample"}};
+        EXPECT_EQ(output_user(context, page, form), 0);
+        EXPECT_STREQ(isamuser, posted);
+        EXPECT_NE(std::string(page).find("<select name=isamuser size=1>\n</select>\n"), std::string::npos) << page;
+    }
+    EXPECT_EQ(connection.received(), "");
+}
+
+TEST_F(Pages, display_rights_ends_before_the_list_where_its_button_failed)
+{
+    for (const char *button : {"rights_revoke", "rights_grant", "submit_selection"}) {
+        Form form = {{button, "pressed"}};
+        let_tables_fail();
+        EXPECT_EQ(display_rights(context, page, form), -1);
+        EXPECT_STREQ(page, failed_tables);
+        EXPECT_BYTES(error_page(page), connection.received());
+    }
+    EXPECT_TRUE(statements().empty());
+}
+
 TEST_F(Pages, display_rights_list_fails_on_a_user_name_with_a_quote)
 {
     copy_text(isamuser, "o'hara");
@@ -88,6 +116,29 @@ TEST_F(Pages, submit_users_changes_nothing_for_a_form_of_the_stored_values)
                                 "select username, description, password from nordvale.system.user order by 1;"});
 }
 
+TEST_F(Pages, submit_users_goes_on_behind_a_deleted_user_whose_privileges_cannot_be_revoked)
+{
+    Form form = {{"anna_checkbox", "OFF"}, {"bert_file", "Store"}, {"__newuser", "carl"}};
+    let_tables_fail();
+    EXPECT_EQ(submit_users(context, page, form), 0);
+    EXPECT_STREQ(page, failed_tables);
+    EXPECT_BYTES(error_page(failed_tables), connection.received());
+    EXPECT_EQ(statements(),
+              (std::vector<std::string>{
+                  "select username, description, password from nordvale.system.user order by 1;",
+                  "delete from nordvale.system.user where username = 'anna'",
+                  "update nordvale.system.user set password='b', description='Store' where username='bert';",
+                  "insert into nordvale.system.user (username, password, description) values ('carl','','');"}));
+}
+
+TEST_F(Pages, submit_users_leaves_the_refusal_of_a_new_name_in_the_message)
+{
+    Form form = {{"__newuser", "o'hara"}};
+    EXPECT_EQ(submit_users(context, page, form), -1);
+    EXPECT_STREQ(page, "New username cannot contain '.");
+    EXPECT_BYTES(error_page(page), connection.received());
+}
+
 TEST_F(Pages, submit_users_refuses_a_value_longer_than_its_column_for_that_row)
 {
     std::string longest(column_size - 1, '\''), too_long(column_size, 'x');
@@ -106,6 +157,42 @@ TEST_F(Pages, display_users_without_a_connection_ends_in_the_error_page)
     EXPECT_LT(display_users(unconnected, page, nullptr), 0);
     EXPECT_BYTES(error_page("SQLAllocHandle failed with no diagnostic available\n"), connection.received());
     uri_disconnect(unconnected, page);
+}
+
+TEST_F(Pages, a_long_list_goes_out_in_pieces_as_soon_as_each_is_long_enough)
+{
+    for (int number = 0; number < 80; number++)
+        run({("insert into nordvale.system.user (username, password, description) values ('user" +
+              std::to_string(number) + "', 'p', 'd')").c_str()});
+    SocketPair datagrams(SOCK_DGRAM);
+    request.socket = datagrams.server();
+    ASSERT_EQ(display_users(context, page, nullptr), 0);
+    std::vector<std::string> pieces = datagrams.received_pieces();
+    ASSERT_GE(pieces.size(), 2u);
+    std::string whole;
+    for (const std::string &piece : pieces) {
+        // Within the line that made it too long.
+        EXPECT_GT(piece.size(), size_t(page_flush_length));
+        EXPECT_LT(piece.size(), size_t(page_flush_length) + 200);
+        whole += piece;
+    }
+    whole += page;
+    EXPECT_EQ(whole.rfind("<br>&nbsp;<br>\n<table border=0", 0), 0u);
+    size_t rows = 0;
+    for (size_t at = 0; (at = whole.find("_checkbox\" value=\"OFF\">", at)) != std::string::npos; at++)
+        rows++;
+    EXPECT_EQ(rows, 82u);
+}
+
+TEST_F(Pages, a_template_that_fits_behind_a_long_page_is_only_appended)
+{
+    memset(page, 'p', page_flush_length + 1);
+    page[page_flush_length + 1] = 0;
+    EXPECT_EQ(append_template(context, page, "footer.html"), 0);
+    EXPECT_EQ(connection.received(), "");
+    char footer[template_size] = "";
+    load_template("footer.html", footer, sizeof footer, &request);
+    EXPECT_BYTES(std::string(page_flush_length + 1, 'p') + footer, page);
 }
 
 TEST_F(Pages, a_template_that_does_not_fit_behind_the_page_goes_out_behind_it)
