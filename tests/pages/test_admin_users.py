@@ -59,9 +59,10 @@ def test_the_administrator_is_told_apart_by_the_exact_name(visitor, accounts):
     assert visitor.page([("users.x", "1")]) == pages.users_page(administrator="ADMIN")
 
 
-def test_a_user_whose_name_differs_from_everybody_s_in_letter_case_is_shown(visitor, accounts):
-    accounts.change("insert into \"nordvale.system.user\" values ('Public', 'a person', 'pw')")
-    assert visitor.page([("users.x", "1")]) == pages.users_page((*USERS, ("Public", "a person", "pw")))
+@pytest.mark.parametrize("name", ["Public", "public2", "publi"])
+def test_a_user_whose_name_is_only_similar_to_everybody_s_is_shown(visitor, accounts, name):
+    accounts.change(f"insert into \"nordvale.system.user\" values ('{name}', 'a person', 'pw')")
+    assert visitor.page([("users.x", "1")]) == pages.users_page((*USERS, (name, "a person", "pw")))
 
 
 def test_a_user_without_description_and_password_has_empty_fields(visitor, accounts):
@@ -173,52 +174,118 @@ def test_a_deleted_user_cannot_log_in_to_the_data_source(visitor, accounts):
         accounts.execute(user="mary", password="lamb")
 
 
+def test_a_null_is_an_empty_value_so_an_empty_field_leaves_it_alone(visitor, accounts):
+    accounts.change("insert into \"nordvale.system.user\" values ('new', null, null)")
+    users = (*USERS, ("new", "", ""))
+    assert visitor.page(form(users=users)) == pages.users_page(users)
+    assert accounts.sent() == [SORTED_USERS, LISTED_USERS]
+
+
+@pytest.mark.parametrize(
+    "field, statement",
+    [("new_file", update("new", "typed", "")), ("new_password", update("new", "", "typed"))],
+)
+def test_a_null_beside_a_changed_value_becomes_empty(visitor, accounts, field, statement):
+    accounts.change("insert into \"nordvale.system.user\" values ('new', null, null)")
+    visitor.page(form([(field, "typed")], (*USERS, ("new", "", ""))))
+    assert accounts.sent() == [SORTED_USERS, statement, LISTED_USERS]
+
+
+@pytest.mark.parametrize("name", ["Public", "public2", "publi"])
+def test_a_user_whose_name_is_only_similar_to_everybody_s_is_changed_and_deleted(visitor, accounts, name):
+    accounts.change(f"insert into \"nordvale.system.user\" values ('{name}', 'a person', 'pw')")
+    users = (*USERS, (name, "a person", "pw"))
+    visitor.page(form([(f"{name}_file", "changed")], users))
+    assert accounts.sent() == [SORTED_USERS, update(name, "changed", "pw"), LISTED_USERS]
+    accounts.forget_statements()
+    visitor.page(form([(f"{name}_checkbox", "OFF")]))
+    assert accounts.sent() == [SORTED_USERS, *deletion(name), LISTED_USERS]
+
+
+def test_a_name_with_a_quote_stands_in_update_and_delete_as_it_is(visitor, accounts):
+    accounts.change("insert into \"nordvale.system.user\" values ('o''brien', 'old', 'pw')")
+    users = (*USERS, ("o'brien", "old", "pw"))
+    assert visitor.page(form([("o'brien_file", "new")], users)) == pages.users_page(users)
+    assert accounts.sent() == [SORTED_USERS, update("o'brien", "new", "pw"), LISTED_USERS]
+    accounts.forget_statements()
+    assert visitor.page(form([("o'brien_checkbox", "OFF")], users)) == pages.users_page(users)
+    assert accounts.sent() == [SORTED_USERS, *deletion("o'brien"), LISTED_USERS]
+
+
 # The administrator
 
-OLD_PASSWORD = {
-    "neither": ("manager", {}, []),
-    "a new password without the old": ("manager", {"password": "new"}, None),
-    "a new password with a wrong old one": ("manager", {"oldpassword": "Manager", "password": "new"}, None),
-    "a wrong old one alone": ("manager", {"oldpassword": "wrong"}, None),
-    "a wrong old one and a description": ("manager", {"oldpassword": "wrong", "file": "Boss"}, None),
-    "a new password without the old and a description": ("manager", {"password": "new", "file": "Boss"}, None),
-    "the old and a new": (
-        "manager",
-        {"oldpassword": "manager", "password": "new"},
-        [update("admin", "Administrator", "new")],
-    ),
-    "the old alone, which empties it": ("manager", {"oldpassword": "manager"}, [update("admin", "Administrator", "")]),
-    "the old as the new": ("manager", {"oldpassword": "manager", "password": "manager"}, []),
-    "a description": ("manager", {"file": "Boss"}, [update("admin", "Boss", "manager")]),
-    "all three": (
-        "manager",
-        {"oldpassword": "manager", "password": "it's new", "file": "Boss's"},
-        [update("admin", "Boss''s", "it''s new")],
-    ),
-    "the old as the new and a description": (
-        "manager",
-        {"oldpassword": "manager", "password": "manager", "file": "Boss"},
-        [update("admin", "Boss", "manager")],
-    ),
-    "a first password where there is none": ("", {"password": "new"}, [update("admin", "Administrator", "new")]),
-    "an old password where there is none": ("", {"oldpassword": "old", "password": "new"}, None),
-    "nothing where there is none": ("", {}, []),
-    "a description where there is no password": ("", {"file": "Boss"}, [update("admin", "Boss", "")]),
-}
+REFUSED = object()
+UNCHANGED = object()
+
+# The stored password, the typed old one, the typed new one (None: not in the form), and the password that is set.
+ADMINISTRATOR_PASSWORDS = [
+    ("manager", "", "", UNCHANGED),
+    ("manager", "", "manager", REFUSED),
+    ("manager", "", "new", REFUSED),
+    ("manager", "", None, UNCHANGED),
+    ("manager", "manager", "", ""),
+    ("manager", "manager", "manager", UNCHANGED),
+    ("manager", "manager", "new", "new"),
+    ("manager", "manager", "it's new", "it's new"),
+    ("manager", "manager", "Manager", "Manager"),
+    ("manager", "manager", None, UNCHANGED),
+    ("manager", "wrong", "", REFUSED),
+    ("manager", "wrong", "manager", REFUSED),
+    ("manager", "wrong", "new", REFUSED),
+    ("manager", "wrong", "wrong", REFUSED),
+    ("manager", "wrong", None, REFUSED),
+    ("manager", "Manager", "new", REFUSED),
+    ("manager", "manager ", "new", REFUSED),
+    ("manager", None, "", UNCHANGED),
+    ("manager", None, "manager", REFUSED),
+    ("manager", None, "new", REFUSED),
+    ("manager", None, None, UNCHANGED),
+    ("", "", "", UNCHANGED),
+    ("", "", "new", "new"),
+    ("", "", None, UNCHANGED),
+    ("", "wrong", "", REFUSED),
+    ("", "wrong", "new", REFUSED),
+    ("", "wrong", "wrong", REFUSED),
+    ("", "wrong", None, REFUSED),
+    ("", None, "", UNCHANGED),
+    ("", None, "new", "new"),
+    ("", None, None, UNCHANGED),
+]
 
 
-@pytest.mark.parametrize("stored, typed, statements", OLD_PASSWORD.values(), ids=OLD_PASSWORD)
-def test_the_administrator_s_password_changes_with_the_old_one_alone(visitor, accounts, stored, typed, statements):
+@pytest.mark.parametrize("description", ["Administrator", "Boss's", ""])
+@pytest.mark.parametrize("stored, old, new, outcome", ADMINISTRATOR_PASSWORDS)
+def test_the_administrator_s_password_changes_with_the_old_one_alone(
+    visitor, accounts, stored, old, new, outcome, description
+):
     accounts.change(f"update \"nordvale.system.user\" set password = '{stored}' where username = 'admin'")
-    fields = form([(f"admin_{name}", value) for name, value in typed.items()])
-    page = visitor.page(fields, password=stored)
-    if statements is None:
+    typed = {"admin_file": description, "admin_oldpassword": old, "admin_password": new}
+    fields = [("users_refresh", ""), *typed.items(), ("submit_users", "Submit")]
+    page = visitor.page([field for field in fields if field[1] is not None], password=stored)
+    if outcome is REFUSED:
         assert page == error_page(WRONG_MANAGER)
         assert accounts.sent() == [SORTED_USERS]
-    else:
-        row = ("admin", typed.get("file", "Administrator"), "")
-        assert page == pages.users_page(changed(USERS, row))
-        assert accounts.sent() == [SORTED_USERS, *statements, LISTED_USERS]
+        return
+    password = stored if outcome is UNCHANGED else outcome
+    is_changed = outcome is not UNCHANGED or description != "Administrator"
+    statement = update("admin", description.replace("'", "''"), password.replace("'", "''"))
+    assert page == pages.users_page(changed(USERS, ("admin", description, "")))
+    assert accounts.sent() == [SORTED_USERS, *([statement] if is_changed else []), LISTED_USERS]
+    assert accounts.rows(
+        "select description, password from nordvale.system.user where username = 'admin'", password=password
+    ) == [(description, password)]
+
+
+def test_who_is_the_administrator_but_for_the_letter_case_is_changed_and_deleted_like_others(visitor, accounts):
+    accounts.change(
+        "update \"nordvale.system.sysinfo\" set \"VALUE\" = 'ADMIN';"
+        "create trigger keep before delete on \"nordvale.system.user\" begin select raise(abort, 'kept'); end"
+    )
+    visitor.page(form([("admin_password", "new"), ("admin_oldpassword", "wrong")]))
+    assert accounts.sent() == [SORTED_USERS, update("admin", "Administrator", "new"), LISTED_USERS]
+    accounts.forget_statements()
+    visitor.page(form([("admin_checkbox", "OFF")]), password="new")
+    assert accounts.sent() == [SORTED_USERS, *deletion("admin"), LISTED_USERS]
 
 
 def test_the_changed_administrator_s_password_is_the_next_log_in(visitor, accounts):
@@ -254,6 +321,19 @@ def test_a_new_user_is_inserted_and_shown(visitor, accounts, name, description, 
     assert accounts.sent() == [SORTED_USERS, statement, LISTED_USERS]
 
 
+@pytest.mark.parametrize(
+    "fields, statement",
+    [
+        ([("__newpass", "clock")], insert("carl", "", "clock")),
+        ([("__newfile", "Carl C.")], insert("carl", "Carl C.", "")),
+        ([], insert("carl", "", "")),
+    ],
+)
+def test_what_is_missing_from_the_post_of_a_new_user_is_empty(visitor, accounts, fields, statement):
+    visitor.page([("users_refresh", ""), ("__newuser", "carl"), *fields, ("submit_users", "Submit")])
+    assert accounts.sent() == [SORTED_USERS, statement, LISTED_USERS]
+
+
 def test_without_a_name_nobody_is_inserted(visitor, accounts):
     assert visitor.page(form([("__newfile", "Nobody"), ("__newpass", "none")])) == pages.users_page()
     assert accounts.sent() == [SORTED_USERS, LISTED_USERS]
@@ -280,6 +360,22 @@ def test_a_new_user_can_log_in_to_the_data_source(visitor, accounts):
 # Too long
 
 
+def test_the_longest_name_and_values_fit_into_each_statement(visitor, accounts):
+    name, quotes, doubled = 254 * "n", 254 * "'", 508 * "'"
+    visitor.page(form([("__newuser", name), ("__newfile", quotes), ("__newpass", "p")]))
+    assert accounts.sent() == [SORTED_USERS, insert(name, doubled, "p"), LISTED_USERS]
+    accounts.forget_statements()
+    users = (*USERS, (name, quotes, "p"))
+    visitor.page(form([(f"{name}_password", quotes)], users))
+    assert accounts.sent() == [SORTED_USERS, update(name, doubled, doubled), LISTED_USERS]
+    accounts.forget_statements()
+    visitor.page(form([(f"{name}_checkbox", "OFF")]))
+    assert accounts.sent() == [SORTED_USERS, *deletion(name), LISTED_USERS]
+    accounts.forget_statements()
+    visitor.page(form([("__newuser", name), ("__newfile", quotes), ("__newpass", quotes)]))
+    assert accounts.sent() == [SORTED_USERS, insert(name, doubled, doubled), LISTED_USERS]
+
+
 @pytest.mark.parametrize("field", ["mary_password", "mary_file", "admin_file", "Abe_password"])
 def test_a_value_of_255_characters_is_an_error_page_and_nothing_is_executed_from_that_row_on(visitor, accounts, field):
     posted = [("mary_file", "changed"), ("mary_password", "changed"), ("__newuser", "carl"), (field, 255 * "v")]
@@ -301,6 +397,21 @@ def test_a_new_name_of_255_characters_is_an_error_page(visitor, accounts):
 def test_a_new_password_of_255_characters_for_the_administrator_is_an_error_page(visitor, accounts):
     fields = form([("admin_oldpassword", "manager"), ("admin_password", 255 * "p")])
     assert visitor.page(fields) == error_page(TOO_LONG)
+    assert accounts.sent() == [SORTED_USERS]
+
+
+@pytest.mark.parametrize("column", ["description", "password"])
+@pytest.mark.parametrize("field", ["bob_file", "bob_password"])
+def test_a_row_with_a_stored_value_that_does_not_fit_is_left_alone_or_refused_but_never_cut(
+    visitor, accounts, column, field
+):
+    accounts.change(f"update \"nordvale.system.user\" set {column} = '{'v' * 300}' where username = 'bob'")
+    bob = {"description": "", "password": "builder", column: "v" * 254}
+    users = changed(USERS, ("bob", bob["description"], bob["password"]))
+    assert visitor.page(form(users=users)) == pages.users_page(users)
+    assert accounts.sent() == [SORTED_USERS, LISTED_USERS]
+    accounts.forget_statements()
+    assert visitor.page(form([(field, "typed")], users)) == error_page(TOO_LONG)
     assert accounts.sent() == [SORTED_USERS]
 
 
@@ -366,6 +477,19 @@ def test_a_refused_delete_still_takes_the_user_s_privileges(visitor, accounts):
     accounts.refuse_users("delete")
     visitor.post(form([("mary_checkbox", "OFF")]))
     assert accounts.sent() == [SORTED_USERS, *deletion("mary"), LISTED_USERS]
+
+
+def test_where_the_users_cannot_be_listed_no_row_is_applied_or_shown(visitor, accounts):
+    accounts.change('alter table "nordvale.system.user" rename column description to remark')
+    fields = form([("bob_checkbox", "OFF"), ("mary_password", "sheep"), ("admin_oldpassword", "wrong")])
+    assert visitor.page(fields) == pages.users_page(())
+    assert accounts.sent() == [SORTED_USERS, LISTED_USERS]
+
+
+def test_where_the_users_cannot_be_listed_a_new_one_is_inserted_all_the_same(visitor, accounts):
+    accounts.change('alter table "nordvale.system.user" rename column description to remark')
+    assert visitor.page(form([("__newuser", "carl")])) == pages.users_page(())
+    assert accounts.sent() == [SORTED_USERS, insert("carl", "", ""), LISTED_USERS]
 
 
 # Names that fields and pages have to carry
