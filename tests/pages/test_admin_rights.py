@@ -78,6 +78,12 @@ def test_the_refresh_after_another_data_source_was_chosen_shows_its_first_user(v
     assert pages.answered(visitor.send(posted)) == pages.page(chooser, body, RIGHTS_REFRESH)
 
 
+def test_a_user_s_name_that_does_not_fit_is_not_offered_shortened(visitor, accounts):
+    accounts.change(f"insert into \"nordvale.system.user\" values ('{254 * 'A'}', '', ''), ('{255 * 'B'}', '', '')")
+    users = (254 * "A", *OFFERED)
+    assert visitor.page([("rights.x", "1")]) == pages.rights_page(254 * "A", users=users)
+
+
 def test_where_the_administrator_is_alone_the_select_is_empty_and_every_box_unticked(visitor, accounts):
     accounts.change("delete from \"nordvale.system.user\" where username <> 'admin'")
     assert visitor.page([("rights.x", "1")]) == pages.rights_page("", users=())
@@ -148,6 +154,54 @@ def test_who_holds_insert_without_select_has_no_grantor_and_grantee(visitor):
 def test_what_is_granted_to_everybody_or_to_others_is_not_the_user_s(visitor, accounts):
     accounts.execute(f"grant all on {pages.quoted_name(ORDERS)} to public")
     assert shown(visitor, "bob") == pages.rights_page("bob")
+
+
+def nullable(source, table, columns, *rows):
+    """Puts a table in place of a system table that holds what the data source itself would never store."""
+    source.change(
+        f'drop table "nordvale.system.{table}"; create table "nordvale.system.{table}" ({columns});'
+        + "".join(f'insert into "nordvale.system.{table}" values ({row});' for row in rows)
+    )
+
+
+@pytest.mark.parametrize("empty", ["null", "''"])
+@pytest.mark.parametrize(
+    "values, table",
+    [
+        ("{}, 's', 't'", ("", "s", "t")),
+        ("'c', {}, 't'", ("c", "", "t")),
+        ("{}, {}, 't'", ("", "", "t")),
+        ("'c', 's', {}", ("c", "s", "")),
+        ("{}, 's', {}", ("", "s", "")),
+        ("{}, {}, {}", ("", "", "")),
+    ],
+)
+def test_a_null_part_of_a_table_s_name_is_drawn_and_keyed_like_an_empty_one(visitor, accounts, values, empty, table):
+    nullable(accounts, "table", '"catalog", "schema", "table"', values.replace("{}", empty))
+    assert shown(visitor, "bob") == pages.rights_page("bob", {}, [table])
+
+
+PRIVILEGE_COLUMNS = '"catalog", "schema", "table", grantor, grantee, privilege'
+
+
+@pytest.mark.parametrize("value, grantor", [("null", ""), ("''", ""), ("'admin'", "admin"), ("'0'", "0")])
+def test_an_empty_grantor_of_a_privilege_that_is_held_is_drawn_empty(visitor, accounts, value, grantor):
+    nullable(accounts, "tableprv", PRIVILEGE_COLUMNS, f"'sales', 'north', 'orders', {value}, 'bob', 'SELECT'")
+    assert pages.rights_row(ORDERS, ("select",), grantor, "bob") in shown(visitor, "bob")
+
+
+def test_a_user_s_privileges_are_those_of_exactly_that_name(visitor, accounts):
+    rows = [f"'sales', 'north', 'orders', 'admin', '{name}', 'SELECT'" for name in ("Bob", "bob ", "PUBLIC", "")]
+    nullable(accounts, "tableprv", PRIVILEGE_COLUMNS, *rows, "'sales', 'north', 'orders', 'admin', 'bob', 'select'")
+    assert shown(visitor, "bob") == pages.rights_page("bob", {})
+
+
+def test_a_privilege_granted_by_two_has_two_rows(visitor, accounts):
+    rows = [f"'', '', 'notes', '{grantor}', 'bob', 'SELECT'" for grantor in ("admin", "Abe")]
+    nullable(accounts, "tableprv", PRIVILEGE_COLUMNS, *rows)
+    page = shown(visitor, "bob")
+    assert all(pages.rights_row(pages.NOTES, ("select",), grantor, "bob") in page for grantor in ("admin", "Abe"))
+    assert page.count('name="notes_select"') == 2
 
 
 def test_a_data_source_without_tables_has_the_list_s_head_alone(visitor, accounts):
