@@ -7,7 +7,10 @@ import pytest
 from support import pages
 from support.pages import answered, error_page, is_refused
 from support.source import CREATE
+from support.statements import ADMINISTRATOR_NAME
 
+LOG_IN = ["{connect}", ADMINISTRATOR_NAME]
+NOT_THE_ADMINISTRATOR = "Only the administrator of the data source can work with it.\n"
 WRONG_LOG_IN = "SQLDriverConnect failed with [NORDVALE][ISAM]Invalid user and or password specified\n"
 
 
@@ -136,6 +139,12 @@ def test_a_data_source_name_that_would_leave_its_field_or_does_not_fit_is_refuse
     assert accounts.statements() == []
 
 
+def test_a_name_that_does_not_fit_is_refused_behind_the_log_in_to_the_initial_data_source(visitor, accounts):
+    posted = [("initial_datasource", "accounts"), ("datasource", "x" * 255), ("users.x", "1")]
+    assert answered(visitor.send(posted)) == error_page("Data source name is too long.\n")
+    assert connected_users(accounts) == ["admin"]
+
+
 # Who
 
 
@@ -189,6 +198,56 @@ def test_a_refused_log_in_changes_nothing(visitor, accounts):
 def test_where_no_administrator_is_recorded_or_another_one_nobody_gets_in(visitor, accounts, damage):
     accounts.change(damage)
     assert is_refused(visitor.post())
+
+
+def test_the_administrator_of_one_data_source_is_nobody_on_the_page_of_another(visitor, accounts, branch):
+    branch.change("update \"nordvale.system.sysinfo\" set \"VALUE\" = 'carol'")
+    posted = [("initial_datasource", "accounts"), ("datasource", "branch"), ("users.x", "1")]
+    assert answered(visitor.send(posted)) == error_page(NOT_THE_ADMINISTRATOR)
+    assert [statement for _, _, statement in branch.statements()] == LOG_IN
+
+
+def test_an_administrator_s_name_that_does_not_fit_is_not_taken_for_a_shorter_one(visitor, accounts):
+    short = 254 * "u"
+    accounts.change(
+        f"insert into \"nordvale.system.user\" values ('{short}', '', 'pw');"
+        f"update \"nordvale.system.sysinfo\" set \"VALUE\" = '{short}u'"
+    )
+    assert is_refused(visitor.post(user=short, password="pw"))
+    assert connected_users(accounts) == [short]
+
+
+@pytest.fixture
+def open_accounts(accounts):
+    """A data source that lets in whoever gives no name, and whose administrator has none."""
+    accounts.change(
+        'drop table "nordvale.system.user";'
+        'create table "nordvale.system.user" (username, description, password);'
+        "insert into \"nordvale.system.user\" values ('', '', '');"
+        "update \"nordvale.system.sysinfo\" set \"VALUE\" = ''"
+    )
+    return accounts
+
+
+def test_a_form_for_the_landing_page_is_refused_where_the_data_source_lets_in_whoever_gives_no_name(
+    visitor, open_accounts
+):
+    response = visitor.server.post("/", [("users.x", "1"), ("datasource", "accounts")])
+    assert answered(response) == error_page(NOT_THE_ADMINISTRATOR)
+    assert [statement for _, _, statement in open_accounts.statements()] == LOG_IN
+
+
+def test_nobody_is_no_administrator_where_the_data_source_lets_in_whoever_gives_no_name(visitor, open_accounts):
+    assert is_refused(visitor.post([("users.x", "1")], user="", password=""))
+    assert [statement for _, _, statement in open_accounts.statements()] == LOG_IN
+
+
+def test_a_page_goes_on_where_the_administrator_cannot_be_read(visitor, accounts, branch):
+    """What the data source then still shows to this user is its own affair; here that is nothing."""
+    branch.change('drop table "nordvale.system.sysinfo"')
+    posted = [("initial_datasource", "accounts"), ("datasource", "branch"), ("users.x", "1")]
+    expected = pages.page(pages.choosers("branch"), pages.users_body([]), pages.USERS_REFRESH)
+    assert answered(visitor.send(posted)) == expected
 
 
 # Values in the connection string

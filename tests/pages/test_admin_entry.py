@@ -7,6 +7,10 @@ import pytest
 from support import pages
 from support.pages import RIGHTS_REFRESH, REPORTS_REFRESH, USERS_REFRESH, answered
 
+NOT_LET_IN = pages.error_page(
+    "SQLDriverConnect failed with [NORDVALE][ISAM]Invalid user and or password specified\n"
+)
+
 CHOICES = ("users.x", "rights.x", "reports.x", "users_refresh", "rights_refresh", "reports_refresh")
 
 HIDDEN = {
@@ -39,10 +43,15 @@ def test_the_landing_page_connects_to_no_data_source(visitor, accounts, branch):
 
 def test_a_form_for_the_landing_page_reaches_no_data_without_credentials(visitor, accounts):
     body = answered(visitor.send([("users.x", "1"), ("datasource", "accounts")], path="/"))
-    assert body == pages.error_page(
-        "SQLDriverConnect failed with [NORDVALE][ISAM]Invalid user and or password specified\n"
-    )
+    assert body == NOT_LET_IN
     assert [statement for _, _, statement in accounts.statements()] == ["{connect}"]
+
+
+def test_a_form_without_a_data_source_for_the_landing_page_is_for_the_first_one(visitor, accounts, branch):
+    body = answered(visitor.send([("users.x", "1")], path="/"))
+    assert body == NOT_LET_IN
+    assert [statement for _, _, statement in accounts.statements()] == ["{connect}"]
+    assert branch.statements() == []
 
 
 def test_after_the_log_in_the_page_shows_the_data_source_chooser_alone(visitor):
@@ -96,6 +105,24 @@ def test_the_posted_page_fields_choose_hidden_field_user_chooser_and_body(visito
     user = "Abe" if has_user_chooser(posted) else None
     expected = pages.page(pages.choosers(user=user), body_for(posted), hidden)
     assert visitor.page([(name, "") for name in reversed(posted)]) == expected
+
+
+@pytest.mark.parametrize(
+    "button, statement",
+    [("rights_revoke", 'revoke all on "notes" from ""'), ("rights_grant", 'grant all on "notes" to ""')],
+)
+def test_without_the_user_chooser_a_button_of_the_rights_page_is_for_no_user(visitor, accounts, button, statement):
+    posted = [("reports.x", "1"), ("rights_refresh", ""), ("isamuser", "mary"), (button, "pressed")]
+    expected = pages.page(pages.choosers(), pages.rights_body("", pages.rights_rows("")), REPORTS_REFRESH)
+    assert visitor.page(posted) == expected
+    assert accounts.sent()[:2] == ["{SQLTables}", statement]
+
+
+@pytest.mark.parametrize("button", ["submit_users", "refresh_users"])
+def test_a_button_of_the_users_page_does_nothing_on_another_page(visitor, accounts, button):
+    posted = [("rights_refresh", ""), ("mary_file", "changed"), ("__newuser", "carl"), (button, "pressed")]
+    assert visitor.page(posted) == pages.rights_page("Abe")
+    assert not any(statement.startswith(("update", "insert")) for statement in accounts.sent())
 
 
 @pytest.mark.parametrize("name", ["header.html", "menu.html", "footer.html"])
