@@ -99,7 +99,7 @@ void read_administrator(PageContext &context)
     if (!execute(context.stmt, "select \"VALUE\" from nordvale.system.sysinfo where attribute = 'dbo_user';"))
         diagnostic_text(SQL_HANDLE_STMT, context.stmt);
     ColumnText name = "";
-    if (succeeded(SQLFetch(context.stmt)) && !read_column(context.stmt, 1, name))
+    if (succeeded(SQLFetch(context.stmt)) && read_column(context.stmt, 1, name) != Reading::whole)
         name[0] = 0;
     copy_text(context.dbo_user, name);
     SQLCloseCursor(context.stmt);

@@ -83,11 +83,24 @@ int end_page(PageContext &context, PageBuffer &page, int *length)
     return result;
 }
 
+// Whom the log-in has accepted, in the spelling of the data source that it asked.
+struct AcceptedLogIn {
+    ColumnText source, administrator;
+} accepted;
+
+// A name that the page cannot read is the one that the log-in has just read from the same data source. Without it the
+// administrator would be an ordinary user: shown with its password, and given the empty one that its field holds.
+void settle_administrator(PageContext &context)
+{
+    if (!context.dbo_user[0] && strcmp(datasource, accepted.source) == 0)
+        copy_text(context.dbo_user, accepted.administrator);
+}
+
 // Whether the data source that the page is connected to let somebody in whom the log-in did not accept: nobody at all
 // (a form posted to the landing page), or the administrator of another data source named beside this one.
 bool is_somebody_else(const PageContext &context)
 {
-    return !logonuser[0] || (context.dbo_user[0] && strcasecmp(context.dbo_user, logonuser) != 0);
+    return !logonuser[0] || strcasecmp(context.dbo_user, logonuser) != 0;
 }
 
 int connect_page(PageContext &context, PageBuffer &page)
@@ -96,6 +109,7 @@ int connect_page(PageContext &context, PageBuffer &page)
         return result;
     if (int result = uri_connect(context, page, 1); result < 0)
         return result;
+    settle_administrator(context);
     if (is_somebody_else(context))
         return return_error(context, "Only the administrator of the data source can work with it.\n");
     return uri_reset(context, page);
@@ -182,6 +196,8 @@ int validate_user(const char *user, const char *password, PageBuffer &message, R
     // user is left to the end of the process.
     if (!context.dbo_user[0] || strcasecmp(context.dbo_user, user) != 0)
         return -1;
+    copy_text(accepted.source, source);
+    copy_text(accepted.administrator, context.dbo_user);
     uri_disconnect(context, message);
     return 0;
 }

@@ -47,7 +47,7 @@ bool list_tables(SQLHSTMT statement)
                                SQL_NTS));
 }
 
-bool read_column(SQLHSTMT statement, int column, ColumnText &text, SQLLEN *indicator)
+Reading read_column(SQLHSTMT statement, int column, ColumnText &text, SQLLEN *indicator)
 {
     text[0] = 0;
     SQLLEN length = 0;
@@ -56,16 +56,18 @@ bool read_column(SQLHSTMT statement, int column, ColumnText &text, SQLLEN *indic
         text[0] = 0;
     if (indicator)
         *indicator = read ? length : 0;
-    return read && length != SQL_NO_TOTAL && length < column_size;
+    if (!read)
+        return Reading::failed;
+    return length != SQL_NO_TOTAL && length < column_size ? Reading::whole : Reading::cut;
 }
 
 bool read_shown_column(SQLHSTMT statement, int column, ColumnText &text)
 {
     SQLLEN indicator;
-    bool whole = read_column(statement, column, text, &indicator);
+    Reading reading = read_column(statement, column, text, &indicator);
     if (indicator < 1)
         text[0] = 0;
-    return whole;
+    return reading == Reading::whole;
 }
 
 void free_statement(SQLHSTMT &statement)

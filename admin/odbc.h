@@ -26,10 +26,13 @@ bool execute(SQLHSTMT statement, const char *sql);
 // The tables of the data source, as columns 1 to 3 (catalog, schema, table) of a result on `statement`.
 bool list_tables(SQLHSTMT statement);
 
+// How much of a column a text holds. Only a whole one may name anything; one that failed, and is empty, is not the
+// column's value at all.
+enum class Reading { failed, cut, whole };
+
 // Reads a column of the current row as characters into `text`, which is empty for a null. `indicator`, when given,
 // receives the column's length (SQL_NULL_DATA for a null, 0 when nothing could be read).
-// False when `text` is not the whole value: it was cut, or could not be read. Such a text must not name anything.
-bool read_column(SQLHSTMT statement, int column, ColumnText &text, SQLLEN *indicator = nullptr);
+Reading read_column(SQLHSTMT statement, int column, ColumnText &text, SQLLEN *indicator = nullptr);
 
 // The column's text for display, empty where it is null, empty or unreadable. False when it is not the whole value.
 bool read_shown_column(SQLHSTMT statement, int column, ColumnText &text);

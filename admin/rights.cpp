@@ -39,7 +39,11 @@ void output_user_options(PageContext &context, PageBuffer &page)
         diagnostic_text(SQL_HANDLE_STMT, context.stmt);
     while (succeeded(SQLFetch(context.stmt))) {
         ColumnText user;
-        if (!read_column(context.stmt, 1, user) || strcmp(user, context.dbo_user) == 0)
+        Reading reading = read_column(context.stmt, 1, user);
+        // The next name would pass for the first, and the buttons would act for it.
+        if (reading == Reading::failed && !isamuser[0])
+            break;
+        if (reading != Reading::whole || strcmp(user, context.dbo_user) == 0)
             continue;
         if (!isamuser[0])
             copy_text(isamuser, user);
@@ -65,6 +69,9 @@ void output_buttons(int socket, PageBuffer &page)
 
 int apply_action(PageContext &context, PageBuffer &page, const FormField *form_fields)
 {
+    // Nobody is offered, or the names could not be read: there is nobody to grant anything to.
+    if (!isamuser[0])
+        return 0;
     if (getvalue(form_fields, "rights_revoke"))
         return revoke_all(context, page, isamuser);
     if (getvalue(form_fields, "rights_grant"))

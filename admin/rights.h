@@ -8,16 +8,17 @@
 
 // Settles the user that the page is about in `isamuser` and appends the chooser's table row. The posted "isamuser"
 // counts only if the page was drawn for this data source ("last_datasource"); without one it is the first user by
-// name. The administrator is not offered. A user list that cannot be read leaves the chooser empty.
+// name, nobody where that name cannot be read. The administrator is not offered. A user list that cannot be read leaves
+// the chooser empty.
 // Returns 0, the negative result of uri_reset, or -1 for a posted user that does not fit: the error page has been sent.
 int output_user(PageContext &context, PageBuffer &page, const FormField *form_fields);
 
 // Appends the page's body: the buttons, then the list as it is after the action that the pressed button asks for
-// ("rights_revoke", "rights_grant", "submit_selection": at most one), then the help text. A list that could not be
-// read does not stop it.
+// ("rights_revoke", "rights_grant", "submit_selection": at most one, none for nobody), then the help text. A list that
+// could not be read does not stop it.
 // Returns 0, or the negative result of uri_reset, of the action or of the help text's template.
 int display_rights(PageContext &context, PageBuffer &page, FormField *form_fields);
 
-// Appends the list: a row per table of the data source with four checkboxes, or none for a name that does not fit.
+// Appends the list: a row per table of the data source with four checkboxes, or none for a name that is not whole.
 // Returns 0, or a negative number when the list cannot be read; the error page has been sent then.
 int display_rights_list(PageContext &context, PageBuffer &page);

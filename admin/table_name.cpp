@@ -26,10 +26,10 @@ void put_dotted(TextWriter &out, const TableName &name, void (*put_part)(TextWri
 
 bool read_table_name(SQLHSTMT statement, TableName &name)
 {
-    bool catalog = read_column(statement, 1, name.catalog);
-    bool schema = read_column(statement, 2, name.schema);
-    bool table = read_column(statement, 3, name.table);
-    return catalog && schema && table;
+    Reading catalog = read_column(statement, 1, name.catalog);
+    Reading schema = read_column(statement, 2, name.schema);
+    Reading table = read_column(statement, 3, name.table);
+    return catalog == Reading::whole && schema == Reading::whole && table == Reading::whole;
 }
 
 void build_row_key(const TableName &name, RowKey &key)

@@ -24,7 +24,7 @@ constexpr int statement_size = 128 + 2 * 2 * column_size + column_size;
 
 struct UserRow {
     ColumnText user, description, password;
-    bool user_is_whole, values_are_whole;
+    bool user_is_whole, values_are_readable, values_are_whole;
 };
 
 // What a row's fields ask for; null: as it is stored.
@@ -35,10 +35,12 @@ struct RowChange {
 bool next_user(SQLHSTMT statement, UserRow &row)
 {
     while (succeeded(SQLFetch(statement))) {
-        row.user_is_whole = read_column(statement, 1, row.user);
-        bool description_is_whole = read_column(statement, 2, row.description);
-        bool password_is_whole = read_column(statement, 3, row.password);
-        row.values_are_whole = description_is_whole && password_is_whole;
+        Reading user = read_column(statement, 1, row.user);
+        Reading description = read_column(statement, 2, row.description);
+        Reading password = read_column(statement, 3, row.password);
+        row.user_is_whole = user == Reading::whole;
+        row.values_are_readable = description != Reading::failed && password != Reading::failed;
+        row.values_are_whole = description == Reading::whole && password == Reading::whole;
         if (strcmp(row.user, "public") != 0)
             return true;
     }
@@ -96,7 +98,8 @@ void output_fields(const PageContext &context, PageBuffer &page, const UserRow &
         output_ordinary_fields(socket, page, row);
 }
 
-// Description, password, old password and delete box of a user whose name was cut: the fields would be another user's.
+// Description, password, old password and delete box of a user whose name is not whole, as the fields would be another
+// user's, or whose values could not be read, as the next Submit would write empty ones back.
 void output_no_fields(int socket, PageBuffer &page)
 {
     for (int cell = 0; cell < 4; cell++)
@@ -108,7 +111,7 @@ void output_user_row(const PageContext &context, PageBuffer &page, const UserRow
     int socket = context.request->socket;
     http_printf(socket, page, "<tr>\n");
     http_printf(socket, page, "%s%s%s", DETAIL_TDBEGIN, html_text(row.user).text, DETAIL_TDEND);
-    if (row.user_is_whole)
+    if (row.user_is_whole && row.values_are_readable)
         output_fields(context, page, row);
     else
         output_no_fields(socket, page);

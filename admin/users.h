@@ -7,7 +7,8 @@
 #include "admin/page_context.h"
 #include "server/response.h"
 
-// Appends the page's body, after applying the form when its Submit button was pressed ("submit_users").
+// Appends the page's body, after applying the form when its Submit button was pressed ("submit_users"). A user of whom
+// something cannot be read has a row without fields.
 // Returns 0, or the negative result of submit_users, uri_reset or the help text's template.
 int display_users(PageContext &context, PageBuffer &page, FormField *form_fields);
 

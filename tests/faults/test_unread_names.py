@@ -1,0 +1,66 @@
+"""What is shown and done when a name or a value of the data source cannot be read: nothing with what is left of it."""
+
+import re
+
+import pytest
+
+from support import pages
+from support.fault_requests import REQUESTS, USERS, change_users
+from support.pages import TABLES
+
+
+def is_change(statement):
+    return statement.startswith(("grant", "revoke", "update", "delete", "insert"))
+
+
+@pytest.mark.parametrize("call", ["SQLExecDirect", "SQLFetch", "SQLGetData"])
+def test_an_administrator_whose_name_the_page_cannot_read_is_still_the_administrator(laboratory, install, call):
+    page, _ = laboratory.send(REQUESTS["users page"])
+    assert laboratory.send_with_fault(REQUESTS["users page"], call, "error", 2)[0] == page
+    for changes in ({}, {"admin_password": "new"}, {"admin_checkbox": "OFF"}):
+        _, sent = laboratory.send_with_fault(change_users(**changes), call, "error", 2)
+        assert not any(is_change(statement) for statement in sent)
+
+
+@pytest.mark.parametrize("call", ["SQLExecDirect", "SQLFetch", "SQLGetData"])
+def test_where_the_administrator_s_name_cannot_be_read_nobody_comes_in_from_another_data_source(
+    laboratory, install, call
+):
+    # The log-in of the first data source asks first, the page of the second one next.
+    answer, _ = laboratory.send_with_fault(REQUESTS["two data sources"], call, "error", 2)
+    message = "Only the administrator of the data source can work with it.\n"
+    assert pages.answered(answer) == pages.error_page(message)
+
+
+@pytest.mark.parametrize("user", range(4))
+@pytest.mark.parametrize("column", range(3))
+def test_a_user_that_cannot_be_read_whole_has_no_fields(laboratory, install, user, column):
+    """Empty ones would be written back by the next Submit; without its name, the administrator's would be in clear."""
+    # Two columns are read before, and "public" stands behind the administrator.
+    before = 2 + 3 * (user + (user > 0))
+    answer, _ = laboratory.send_with_fault(REQUESTS["users page"], "SQLGetData", "error", before + column + 1)
+    name = USERS[user][0] if column > 0 else ""
+    rows = [pages.administrator_row(*USERS[0][:2]), *(pages.user_row(*other) for other in USERS[1:])]
+    rows[user] = "<tr>\n" + pages.value_cell(name) + 4 * pages.cell("&nbsp;") + "</tr>\n"
+    assert pages.answered(answer) == pages.page(pages.choosers(), pages.users_body(rows), pages.USERS_REFRESH)
+
+
+@pytest.mark.parametrize("table", range(4))
+@pytest.mark.parametrize("column", range(3))
+def test_a_table_whose_name_cannot_be_read_whole_has_no_boxes(laboratory, install, table, column):
+    """The rest of its name is another table's, and so would they be."""
+    *_, reached = laboratory.count(REQUESTS["rights page of a user"])
+    before = reached["SQLGetData"] - 9 * (len(TABLES) - table)
+    fault = "SQLGetData", "error", before + column + 1
+    answer, _ = laboratory.send_with_fault(REQUESTS["rights page of a user"], *fault)
+    page = pages.answered(answer)
+    assert re.findall(r'type=checkbox name="(.*)_select"', page) == [
+        pages.row_key(*other) for number, other in enumerate(TABLES) if number != table
+    ]
+
+
+@pytest.mark.parametrize("request_name", ["grant all to the first user", "revoke all from the first user"])
+@pytest.mark.parametrize("call", ["SQLExecDirect", "SQLFetch", "SQLGetData"])
+def test_where_the_first_user_cannot_be_read_nothing_is_done_for_the_second(laboratory, install, request_name, call):
+    _, sent = laboratory.send_with_fault(REQUESTS[request_name], call, "error", 3)
+    assert not any(is_change(statement) for statement in sent)
