@@ -74,6 +74,9 @@ FAULTS = {
     "SQLTables": odbc(ERROR_PAGE_AND_REST),
 }
 
+# Where the body is read by itself; the other calls are those of the same page in one piece.
+READING = ("select", "recv")
+
 # Statements
 
 ADMINISTRATOR_QUERY = LOG_IN[1]
@@ -182,7 +185,8 @@ def test_a_single_fault_harms_neither_server_nor_data_and_shows_nothing_else(lab
     install(FILES.get(name, {}))
     landing_page = laboratory.server.get("/")
     answer, statements, reached = laboratory.count(REQUESTS[name])
-    faults = [(call, kind, n + 1) for call, count in reached.items() for kind in FAULTS[call] for n in range(count)]
+    calls = READING if name == "body behind its header" else reached
+    faults = [(call, kind, n + 1) for call in calls for kind in FAULTS[call] for n in range(reached[call])]
     found = [
         f"{fault}: {complaint}"
         for fault in faults

@@ -1,6 +1,7 @@
 """Calls of the program that fail: the other side of tests/faults/failing_calls.cpp."""
 
 import mmap
+import os
 import struct
 from collections import Counter
 from contextlib import contextmanager
@@ -26,7 +27,9 @@ class FailingCalls:
         path.write_bytes(bytes(FAULT.size + COUNTERS * COUNTER.size))
         with path.open("r+b") as file:
             self.memory = mmap.mmap(file.fileno(), 0)
-        self.environment = {"LD_PRELOAD": str(LIBRARY), "FAILING_CALLS": str(path)}
+        # An address sanitizer wants to be the first library; it works as the second one.
+        options = f"{os.environ.get('ASAN_OPTIONS', '')}:verify_asan_link_order=0"
+        self.environment = {"LD_PRELOAD": str(LIBRARY), "FAILING_CALLS": str(path), "ASAN_OPTIONS": options}
 
     def _set(self, call="", kind="", number=0):
         self.memory[:] = FAULT.pack(call.encode(), kind.encode(), number, 0, 0).ljust(len(self.memory), b"\0")
