@@ -231,8 +231,7 @@ def test_the_server_tries_again_after_a_failed_accept(server):
         assert is_silent(second, MOMENT)
         resource.prlimit(server.process.pid, resource.RLIMIT_NOFILE, limits)
         assert undated(read_all(second)) == ANSWER
-    server.process.kill()
-    assert server.process.stderr.read() == b""
+    assert server.standard_error() == b""
 
 
 def test_the_server_has_one_child_for_a_connection_and_none_is_left_behind(server):
