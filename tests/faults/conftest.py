@@ -32,7 +32,7 @@ class Laboratory:
         self.sources = sources
         self.visitor = Visitor(server, FOLDER)
         self.descriptors = self._descriptors()
-        os.set_blocking(server.process.stderr.fileno(), False)
+        self.words = 0
 
     def _descriptors(self):
         folder = f"/proc/{self.server.process.pid}/fd"
@@ -68,7 +68,9 @@ class Laboratory:
             yield f"children are left: {children}"
         if self._descriptors() != self.descriptors:
             yield f"descriptors are left: {self._descriptors()}"
-        if words := self.server.process.stderr.read():
+        words = self.server.standard_error()[self.words :]
+        self.words += len(words)
+        if words:
             yield f"there is an error message: {words}"
 
     def stored_users(self):

@@ -49,8 +49,11 @@ def variants(line):
     yield line.replace(b"value=ON checked", b"value=OFF")
     yield line.replace(b"<option selected ", b"<option ")
     yield line.replace(b"<option ", b"<option selected ")
-    if re.fullmatch(rb"[^<]+</font></td>\n", line):
+    if re.fullmatch(rb"(?:[^<]+|<input[^>]*>(?:</input>)?)</font></td>\n", line):
         yield b"</font></td>\n"
+        yield b"&nbsp;</font></td>\n"
+    # Blank cells are not centred in the users' list.
+    yield line.replace(b" align=center nowrap", b" nowrap")
 
 
 def is_page_with_less(answer, whole):
