@@ -376,9 +376,9 @@ static void put_statement(const Translator &translator, size_t start, std::strin
     size_t next_table = 0;
 
     for (size_t at = start; at < tokens.size();) {
-        // Two quoted names side by side would be one with a quote in it.
-        bool beside_name = at > start && is_name(tokens[at - 1]) && is_name(tokens[at]);
-        if (!sql.empty() && (tokens[at].blank_before || beside_name))
+        // Two names in double quotes that touch would be one name with a quote in it.
+        bool touches_name = is_name(tokens[at]) && sql.ends_with('"');
+        if (!sql.empty() && (tokens[at].blank_before || touches_name))
             sql += ' ';
         if (next_table < translator.table_places.size() && translator.table_places[next_table] == at) {
             sql += quoted_name(stored_name(translator.references[next_table++].name));

@@ -117,6 +117,7 @@ TEST(Translate, takes_window_for_a_clause_only_where_SQLite_does)
 TEST(Translate, keeps_names_side_by_side_apart)
 {
     EXPECT_EQ(translated("select [a]\"b\" from T\"u\""), "select \"a\" \"b\" from \"..T\" \"u\"");
+    EXPECT_EQ(translated("select * from A, B.*\"x\""), "select * from \"..A\", \".B.*\" \"x\"");
 }
 
 TEST(Translate, finds_no_table_in_texts_comments_and_comparisons)
