@@ -5,44 +5,41 @@
 #include <csetjmp>
 #include <cstdlib>
 #include <sanitizer/allocator_interface.h>
+#include <unordered_set>
 
 extern "C" [[noreturn]] void __real_abort();
 extern "C" [[noreturn]] void __wrap_abort();
 
 namespace {
 
-constexpr size_t most_allocations = 1 << 16;
-
 bool runs;
 jmp_buf way_back;
-const volatile void *allocations[most_allocations];
-size_t allocation_count;
+std::unordered_set<const volatile void *> allocations;
 
+// The set's own memory is none of the body's.
 void note_allocation(const volatile void *memory, size_t)
 {
     if (!runs || !memory)
         return;
-    PROMISE(allocation_count < most_allocations);
-    allocations[allocation_count++] = memory;
+    runs = false;
+    allocations.insert(memory);
+    runs = true;
 }
 
-// From the end: what is released was allocated recently, as a rule.
 void forget_allocation(const volatile void *memory)
 {
     if (!runs)
         return;
-    for (size_t i = allocation_count; i-- > 0;) {
-        if (allocations[i] != memory)
-            continue;
-        allocations[i] = allocations[--allocation_count];
-        return;
-    }
+    runs = false;
+    allocations.erase(memory);
+    runs = true;
 }
 
 void release_allocations()
 {
-    while (allocation_count > 0)
-        free(const_cast<void *>(allocations[--allocation_count]));
+    for (const volatile void *memory : allocations)
+        free(const_cast<void *>(memory));
+    allocations.clear();
 }
 
 }
@@ -66,6 +63,6 @@ bool comes_back(const std::function<void()> &body)
     runs = true;
     body();
     runs = false;
-    PROMISE(allocation_count == 0);
+    PROMISE(allocations.empty());
     return true;
 }

@@ -11,6 +11,9 @@
 
 namespace {
 
+// Each reads the list from its start, which takes long for thousands of fields.
+constexpr size_t most_look_ups = 50;
+
 using Fields = std::vector<std::pair<std::string, std::string>>;
 
 std::string decoded(const std::string &value)
@@ -57,6 +60,8 @@ void check_list(const FormField *list, const Fields &fields)
     for (size_t i = 0; i < fields.size(); i++) {
         PROMISE(list[i].name == fields[i].first);
         PROMISE(list[i].value == fields[i].second);
+        if (i >= most_look_ups)
+            continue;
         const FormField *first = list;
         while (strcmp(first->name, list[i].name) != 0)
             first++;

@@ -1,5 +1,5 @@
 // The embedded driver's texts: tokens, names, statements and connection strings. What translates is compiled by SQLite
-// on a database whose tables are the sample's, to see that a statement touches no table that it was not said to name.
+// on a small database, to see that a statement touches no table that it was not said to name.
 
 #include "connection_string.h"
 #include "sql_tokens.h"

@@ -3,8 +3,8 @@
 
 #include "common/file.h"
 #include "server/template.h"
-#include "tests/fuzz/target.h"
 #include "tests/fuzz/html_files.h"
+#include "tests/fuzz/target.h"
 #include "tests/unit/sockets.h"
 
 #include <algorithm>
