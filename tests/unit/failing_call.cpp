@@ -40,7 +40,10 @@ bool use_up_memory()
     // Its allocator ends the process in place of giving null.
     return false;
 #else
-    const rlimit nothing_more = {1, 1};
+    // The hard limit stays: what is to be written at the process's end may raise the other again.
+    rlimit nothing_more;
+    getrlimit(RLIMIT_AS, &nothing_more);
+    nothing_more.rlim_cur = 1;
     if (setrlimit(RLIMIT_AS, &nothing_more) != 0)
         return false;
     // Every size of small pieces in its turn: the allocator keeps lists of them. Volatile, or nothing is allocated.
