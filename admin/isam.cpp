@@ -83,17 +83,15 @@ int end_page(PageContext &context, PageBuffer &page, int *length)
     return result;
 }
 
-// Whom the log-in has accepted, in the spelling of the data source that it asked.
-struct AcceptedLogIn {
-    ColumnText source, administrator;
-} accepted;
+// Whom the log-in has accepted, in the data source's spelling.
+ColumnText accepted_administrator;
 
-// A name that the page cannot read is the one that the log-in has just read from the same data source. Without it the
-// administrator would be an ordinary user: shown with its password, and given the empty one that its field holds.
+// A name that the page cannot read is the one that the log-in has just read. Without it the administrator would be an
+// ordinary user: shown with its password, and given the empty one that its field holds.
 void settle_administrator(PageContext &context)
 {
-    if (!context.dbo_user[0] && strcmp(datasource, accepted.source) == 0)
-        copy_text(context.dbo_user, accepted.administrator);
+    if (!context.dbo_user[0])
+        copy_text(context.dbo_user, accepted_administrator);
 }
 
 // Whether the data source that the page is connected to let somebody in whom the log-in did not accept: nobody at all
@@ -196,8 +194,7 @@ int validate_user(const char *user, const char *password, PageBuffer &message, R
     // user is left to the end of the process.
     if (!context.dbo_user[0] || strcasecmp(context.dbo_user, user) != 0)
         return -1;
-    copy_text(accepted.source, source);
-    copy_text(accepted.administrator, context.dbo_user);
+    copy_text(accepted_administrator, context.dbo_user);
     uri_disconnect(context, message);
     return 0;
 }

@@ -24,6 +24,9 @@ constexpr int first_name_column = 1, last_name_column = 3;
 constexpr int grantor_column = 4, grantee_column = 5;
 constexpr int first_privilege_column = 6;
 
+// The user that the buttons would act for could not be read: they act for nobody then, not even by name.
+bool is_first_user_unread;
+
 // False when the posted name does not fit: an action meant for it must not meet the user who would stand in its place.
 bool choose_user(const FormField *form_fields)
 {
@@ -33,11 +36,13 @@ bool choose_user(const FormField *form_fields)
     return copy_text(isamuser, is_of_this_source ? user : "");
 }
 
-void output_user_options(PageContext &context, PageBuffer &page)
+// False when the list ended before its end.
+bool output_user_options(PageContext &context, PageBuffer &page)
 {
     if (!execute(context.stmt, "select username from nordvale.system.user order by 1;"))
         diagnostic_text(SQL_HANDLE_STMT, context.stmt);
-    while (succeeded(SQLFetch(context.stmt))) {
+    SQLRETURN fetched;
+    while (succeeded(fetched = SQLFetch(context.stmt))) {
         ColumnText user;
         Reading reading = read_column(context.stmt, 1, user);
         // The next name would pass for the first, and the buttons would act for it.
@@ -49,6 +54,7 @@ void output_user_options(PageContext &context, PageBuffer &page)
             copy_text(isamuser, user);
         output_option(context.request->socket, page, strcmp(user, isamuser) == 0, user);
     }
+    return fetched == SQL_NO_DATA;
 }
 
 void output_buttons(int socket, PageBuffer &page)
@@ -69,8 +75,7 @@ void output_buttons(int socket, PageBuffer &page)
 
 int apply_action(PageContext &context, PageBuffer &page, const FormField *form_fields)
 {
-    // Nobody is offered, or the names could not be read: there is nobody to grant anything to.
-    if (!isamuser[0])
+    if (is_first_user_unread)
         return 0;
     if (getvalue(form_fields, "rights_revoke"))
         return revoke_all(context, page, isamuser);
@@ -188,7 +193,7 @@ int output_user(PageContext &context, PageBuffer &page, const FormField *form_fi
     http_printf(socket, page, "<tr>\n");
     http_printf(socket, page, "%sIsam User%s\n", HEADER_TDBEGIN, HEADER_TDEND);
     http_printf(socket, page, "%s<select name=isamuser size=1>\n", DETAIL_TDBEGIN);
-    output_user_options(context, page);
+    is_first_user_unread = !output_user_options(context, page) && !isamuser[0];
     http_printf(socket, page, "</select>\n");
     http_printf(socket, page, "<input type=hidden name=last_isamuser value=%s>\n", html_unquoted(isamuser).text);
     http_printf(socket, page, DETAIL_TDEND);

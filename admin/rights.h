@@ -14,8 +14,8 @@
 int output_user(PageContext &context, PageBuffer &page, const FormField *form_fields);
 
 // Appends the page's body: the buttons, then the list as it is after the action that the pressed button asks for
-// ("rights_revoke", "rights_grant", "submit_selection": at most one, none for nobody), then the help text. A list that
-// could not be read does not stop it.
+// ("rights_revoke", "rights_grant", "submit_selection": at most one, none where output_user could not
+// read whom it is for), then the help text. A list that could not be read does not stop it.
 // Returns 0, or the negative result of uri_reset, of the action or of the help text's template.
 int display_rights(PageContext &context, PageBuffer &page, FormField *form_fields);
 

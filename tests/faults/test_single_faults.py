@@ -146,7 +146,7 @@ def is_allowed(sent, statements):
 # The runs
 
 
-def pages_now(laboratory, answer, sent):
+def pages_now(laboratory, name, answer, sent):
     """The page that shows the data source as it has become."""
     header = answer.partition(b"\r\n\r\n")[0] + b"\r\n\r\n"
     user = re.search("b.grantee = '([^']*)'", sent[-1]) if sent else None
@@ -157,9 +157,10 @@ def pages_now(laboratory, answer, sent):
     if sent[-1:] != [LISTED_USERS]:
         return []
     users = laboratory.stored_users()
+    source = "branch" if name == "two data sources" else "accounts"
     # "public", which stands behind the administrator, is known by its name alone.
-    with_nameless = users_page([users[0], ("", "", ""), *users[1:]], blank=1)
-    return [header + page.encode() for page in (users_page(users), with_nameless)]
+    with_nameless = users_page([users[0], ("", "", ""), *users[1:]], blank=1, source=source)
+    return [header + page.encode() for page in (users_page(users, source=source), with_nameless)]
 
 
 def complaints(laboratory, name, fault, answer, statements):
@@ -169,7 +170,7 @@ def complaints(laboratory, name, fault, answer, statements):
     expected = expected_statements(name, call, kind, number, statements)
     if not is_allowed(sent, statements) or expected not in (None, sent):
         yield f"sent {sent} in place of {expected or statements}"
-    allowed = [answer, *pages_now(laboratory, answer, sent)]
+    allowed = [answer, *pages_now(laboratory, name, answer, sent)]
     what = classify(answered, allowed)
     if what not in FAULTS[call][kind] | {"whole"}:
         yield f"the answer is {what}: {answered}"

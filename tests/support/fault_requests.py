@@ -18,13 +18,13 @@ USERS = (
 ADMINISTRATOR_PASSWORD = USERS[0][2]
 
 
-def users_page(users, blank=None):
+def users_page(users, blank=None, source="accounts"):
     """The page of the users, the one at this place without fields."""
     rows = [pages.administrator_row(*user[:2]) if user[0] == ADMINISTRATOR else pages.user_row(*user) for user in users]
     if blank is not None:
         name = users[blank][0]
         rows[blank] = "<tr>\n" + pages.value_cell(name) + 4 * pages.cell("&nbsp;") + "</tr>\n"
-    return pages.page(pages.choosers(), pages.users_body(rows), pages.USERS_REFRESH)
+    return pages.page(pages.choosers(source), pages.users_body(rows), pages.USERS_REFRESH)
 
 
 def post(*fields, **log_in):
