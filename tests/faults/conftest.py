@@ -114,8 +114,10 @@ def laboratory(tmp_path_factory):
     write_product_ini()
     calls = faults.FailingCalls(tmp_path_factory.mktemp("faults") / "calls")
     server = RunningServer(environment={**list_sources(pages.SOURCES, FOLDER), **calls.environment})
-    yield Laboratory(calls, server, sources)
-    server.stop()
+    try:
+        yield Laboratory(calls, server, sources)
+    finally:
+        server.stop()
 
 
 @pytest.fixture
