@@ -98,3 +98,12 @@ def staffed(source):
     source.execute("create table shop.stock.item (id integer primary key, name varchar(20))",
                    "insert into shop.stock.item values (1, 'nail')", "insert into shop.stock.item values (2, 'screw')")
     return source
+
+
+@pytest.fixture
+def driver(source):
+    from direct_driver import Driver
+
+    driver = Driver(source)
+    yield driver
+    driver.close()

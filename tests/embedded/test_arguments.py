@@ -5,43 +5,8 @@ import os
 import pytest
 
 import narrow_odbc
-from narrow_odbc import SQL_HANDLE_DBC, SQL_HANDLE_ENV, SQL_HANDLE_STMT
-
-short, pointer, NULL = ctypes.c_short, ctypes.c_void_p, ctypes.c_void_p(None)
-length = ctypes.c_ssize_t
-
-
-class Driver:
-    def __init__(self, source):
-        from support.source import DRIVER
-        self.calls = ctypes.CDLL(str(DRIVER))
-        self.env = self.allocate(SQL_HANDLE_ENV, None)
-        self.dbc = self.allocate(SQL_HANDLE_DBC, self.env)
-        string = f"Database={source.database};UID=admin;PWD=secret".encode()
-        assert self.calls.SQLDriverConnect(self.dbc, NULL, string, short(-3), NULL, short(0), NULL, 0) == 0
-        self.stmt = self.allocate(SQL_HANDLE_STMT, self.dbc)
-
-    def allocate(self, kind, parent):
-        handle = pointer()
-        assert self.calls.SQLAllocHandle(short(kind), parent, ctypes.byref(handle)) == 0
-        return handle
-
-    def state(self, kind, handle):
-        state = ctypes.create_string_buffer(6)
-        self.calls.SQLGetDiagRec(short(kind), handle, short(1), state, NULL, NULL, short(0), NULL)
-        return state.value.decode()
-
-    def close(self):
-        self.calls.SQLDisconnect(self.dbc)
-        self.calls.SQLFreeHandle(short(SQL_HANDLE_DBC), self.dbc)
-        self.calls.SQLFreeHandle(short(SQL_HANDLE_ENV), self.env)
-
-
-@pytest.fixture
-def driver(source):
-    driver = Driver(source)
-    yield driver
-    driver.close()
+from direct_driver import NULL, Driver, length, short
+from narrow_odbc import SQL_HANDLE_DBC, SQL_HANDLE_STMT
 
 
 @pytest.mark.parametrize("call, arguments", [
@@ -52,8 +17,8 @@ def driver(source):
 ])
 def test_a_value_without_room_is_HY009(driver, call, arguments):
     kind = {"env": 1, "dbc": 2, "stmt": 3}[arguments[0]]
-    handle = getattr(driver, arguments[0])
-    assert short(getattr(driver.calls, call)(handle, *arguments[1:])).value == -1
+    handle = driver.handle(kind)
+    assert driver.call(call, handle, *arguments[1:]) == -1
     assert driver.state(kind, handle) == "HY009"
 
 
