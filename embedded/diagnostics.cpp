@@ -98,21 +98,15 @@ EXPORTED SQLRETURN SQL_API SQLGetDiagRec(SQLSMALLINT type, SQLHANDLE handle, SQL
 static SQLRETURN header_field(SQLSMALLINT type, SQLHANDLE handle, SQLSMALLINT field, SQLPOINTER value)
 {
     const Diagnostics *diagnostics = diagnostics_of(type, handle);
-    switch (field) {
-    case SQL_DIAG_NUMBER:
+    if (field == SQL_DIAG_NUMBER)
         *static_cast<SQLINTEGER *>(value) = static_cast<SQLINTEGER>(diagnostics->size());
-        return SQL_SUCCESS;
-    case SQL_DIAG_RETURNCODE:
+    else if (field == SQL_DIAG_RETURNCODE)
         *static_cast<SQLRETURN *>(value) = diagnostics->empty() ? SQL_SUCCESS : SQL_ERROR;
-        return SQL_SUCCESS;
-    case SQL_DIAG_ROW_COUNT:
-        if (type != SQL_HANDLE_STMT)
-            return SQL_ERROR;
+    else if (type == SQL_HANDLE_STMT)
         *static_cast<SQLLEN *>(value) = static_cast<Statement *>(handle)->row_count;
-        return SQL_SUCCESS;
-    default:
+    else
         return SQL_ERROR;
-    }
+    return SQL_SUCCESS;
 }
 
 static SQLRETURN record_text(const Diagnostic &record, SQLSMALLINT field, std::string_view &text)

@@ -104,7 +104,9 @@ int create_database(const std::string &path, std::string_view administrator, std
     if (!filled)
         problem = path + ": " + sqlite3_errmsg(database);
     sqlite3_close(database);
-    if (!filled)
-        unlink(path.c_str());
+    // SQLite keeps what it could not write back in files of its own, and the password may be in there.
+    for (const char *suffix : {"", "-wal", "-shm"})
+        if (!filled)
+            unlink((path + suffix).c_str());
     return filled ? 0 : -1;
 }

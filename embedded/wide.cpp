@@ -199,8 +199,6 @@ EXPORTED SQLRETURN SQL_API SQLGetInfoW(SQLHDBC handle, SQLUSMALLINT kind, SQLPOI
         return SQLGetInfo(handle, kind, value, size, length);
     NarrowRoom room;
     SQLRETURN result = SQLGetInfo(handle, kind, room.data(), largest_text, &room.length);
-    if (!SQL_SUCCEEDED(result))
-        return result;
     return give_field(result, room, value, size, length, diagnostics_of(SQL_HANDLE_DBC, handle));
 }
 

@@ -1,6 +1,7 @@
 """Every C type on its way in and out, and the cursor's calls, at the driver's own entry points."""
 import ctypes
 import struct
+import threading
 
 import pytest
 
@@ -244,6 +245,23 @@ def test_what_is_no_statement_cannot_be_prepared(driver):
     assert driver.state(SQL_HANDLE_STMT, driver.stmt) == "42000"
 
 
+def test_a_running_statement_is_cancelled_from_another_thread(driver):
+    endless = b"with recursive n (i) as (select 1 union all select i from n) select count(*) from n"
+    ended = []
+    runner = threading.Thread(target=lambda: ended.append(driver.call("SQLExecDirect", driver.stmt, endless, len(endless))))
+    runner.start()
+    while runner.is_alive():
+        driver.call("SQLCancel", driver.stmt)
+    assert (ended, driver.state(SQL_HANDLE_STMT, driver.stmt)) == ([-1], "HY008")
+
+
+def test_a_cursor_that_is_not_open_cannot_be_closed(driver):
+    assert driver.call("SQLCloseCursor", driver.stmt) == -1
+    assert driver.state(SQL_HANDLE_STMT, driver.stmt) == "24000"
+    driver.execute("select 1")
+    assert driver.call("SQLCloseCursor", driver.stmt) == 0
+
+
 def test_cancelling_what_is_not_running_does_nothing(driver):
     driver.fetched("select 1")
     assert driver.call("SQLCancel", driver.stmt) == 0
@@ -306,3 +324,23 @@ def test_the_wide_list_of_types_begins_with_the_same_type(driver):
         driver.call("SQLFetch", driver.stmt)
         first.append(get_data(driver, 1, CHAR))
     assert first[0] == first[1] and first[0][1]
+
+
+@pytest.mark.parametrize("units, kept", [
+    ([0x61], "61"), ([0xe4], "C3A4"), ([0x20ac], "E282AC"), ([0xd83d, 0xde00], "F09F9880"), ([0xd83d], "EFBFBD"),
+    ([0xde00], "EFBFBD"), ([0xd83d, 0x61], "EFBFBD61"), ([0xd83d, 0xe000], "EFBFBDEE8080"),
+])
+def test_wide_characters_are_kept_as_utf_8_and_halves_of_them_as_the_replacement(driver, units, kept):
+    literal = [*b"select hex('", *units, *b"')"]
+    assert driver.call("SQLExecDirectW", driver.stmt, (ctypes.c_ushort * len(literal))(*literal), len(literal)) == 0
+    driver.call("SQLFetch", driver.stmt)
+    assert get_data(driver, 1, CHAR)[1] == kept.encode() + b"\0"
+
+
+@pytest.mark.parametrize("kept, units", [
+    ("c3a4", [0xe4]), ("f09f9880", [0xd83d, 0xde00]), ("80", [0xfffd]), ("f8", [0xfffd]), ("c3", [0xfffd]), ("c361", [0xfffd, 0x61]),
+    ("eda080", [0xfffd]), ("ee8080", [0xe000]), ("f4908080", [0xfffd]),
+])
+def test_what_is_no_utf_8_comes_out_wide_as_the_replacement(driver, kept, units):
+    driver.fetched(f"select cast(x'{kept}' as text)")
+    assert get_data(driver, 1, WCHAR)[1] == struct.pack(f"{len(units) + 1}H", *units, 0)

@@ -97,6 +97,11 @@ def test_the_number_of_columns_needs_no_column(driver, field):
     assert driver.call("SQLColAttribute", driver.stmt, 0, field, NULL, short(0), NULL, NULL) == 0
 
 
+def test_a_column_without_a_name_says_so(driver):
+    driver.execute('select 1 as ""')
+    assert number_attribute(driver, 1, 1012) == 1
+
+
 def test_an_expression_without_rows_is_a_text(driver):
     driver.execute("select 1 + 1 as two where 1 = 0")
     assert (number_attribute(driver, 1, 2), text_attribute(driver, 1, 1)[1]) == (12, b"two\0")
