@@ -95,13 +95,22 @@ EXPORTED SQLRETURN SQL_API SQLGetDiagRec(SQLSMALLINT type, SQLHANDLE handle, SQL
     return copy_out(record->message, message, size, length) ? SQL_SUCCESS : SQL_SUCCESS_WITH_INFO;
 }
 
+static SQLRETURN returned_with(const Diagnostics &diagnostics)
+{
+    if (diagnostics.empty())
+        return SQL_SUCCESS;
+    bool warnings = std::all_of(diagnostics.begin(), diagnostics.end(),
+                                [](const Diagnostic &record) { return record.state.starts_with("01"); });
+    return warnings ? SQL_SUCCESS_WITH_INFO : SQL_ERROR;
+}
+
 static SQLRETURN header_field(SQLSMALLINT type, SQLHANDLE handle, SQLSMALLINT field, SQLPOINTER value)
 {
-    const Diagnostics *diagnostics = diagnostics_of(type, handle);
+    const Diagnostics &diagnostics = *diagnostics_of(type, handle);
     if (field == SQL_DIAG_NUMBER)
-        *static_cast<SQLINTEGER *>(value) = static_cast<SQLINTEGER>(diagnostics->size());
+        *static_cast<SQLINTEGER *>(value) = static_cast<SQLINTEGER>(diagnostics.size());
     else if (field == SQL_DIAG_RETURNCODE)
-        *static_cast<SQLRETURN *>(value) = diagnostics->empty() ? SQL_SUCCESS : SQL_ERROR;
+        *static_cast<SQLRETURN *>(value) = returned_with(diagnostics);
     else if (type == SQL_HANDLE_STMT)
         *static_cast<SQLLEN *>(value) = static_cast<Statement *>(handle)->row_count;
     else
