@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-// More than any text that the driver itself gives out but a value; longer diagnostics are cut.
+// More than any text that the driver itself gives out but a value or a statement; longer diagnostics are cut.
 constexpr size_t largest_text = 16384;
 
 // A text argument as the narrow calls take it: a null pointer stays one.
@@ -45,11 +45,12 @@ struct NarrowRoom {
 
 // Copies `text` as UTF-16 with a NUL into `buffer` of `size` characters, cut where it is too long, and stores the whole
 // length in characters. True when it was not cut.
-static bool copy_out_wide(std::string_view text, SQLPOINTER buffer, SQLLEN size, SQLSMALLINT *length)
+template <typename Length>
+static bool copy_out_wide(std::string_view text, SQLPOINTER buffer, SQLLEN size, Length *length)
 {
     std::u16string wide = wide_text(text);
     if (length != nullptr)
-        *length = static_cast<SQLSMALLINT>(wide.size());
+        *length = static_cast<Length>(wide.size());
     if (buffer == nullptr || size <= 0)
         return buffer == nullptr;
     size_t whole = wide.size(), copied = std::min(whole, static_cast<size_t>(size) - 1);
@@ -105,16 +106,17 @@ EXPORTED SQLRETURN SQL_API SQLNativeSqlW(SQLHDBC handle, SQLWCHAR *text, SQLINTE
                                          SQLINTEGER size, SQLINTEGER *native_length)
 {
     NarrowArgument statement(text, length);
-    NarrowRoom room;
-    SQLSMALLINT wide_length = 0;
-    SQLRETURN result = SQLNativeSql(handle, statement.data(), statement.length<SQLINTEGER>(), room.data(),
-                                    largest_text, nullptr);
+    SQLINTEGER narrow_length = 0;
+    SQLRETURN result = SQLNativeSql(handle, statement.data(), statement.length<SQLINTEGER>(), nullptr, 0,
+                                    &narrow_length);
     if (!SQL_SUCCEEDED(result))
         return result;
-    bool whole = copy_out_wide(room.text(), native, size, &wide_length);
-    if (native_length != nullptr)
-        *native_length = wide_length;
-    return result_of_copy(result, whole, diagnostics_of(SQL_HANDLE_DBC, handle));
+    NarrowRoom room;
+    room.bytes.resize(static_cast<size_t>(narrow_length) + 1);     // a statement may be longer than any other text
+    result = SQLNativeSql(handle, statement.data(), statement.length<SQLINTEGER>(), room.data(), narrow_length + 1,
+                          nullptr);
+    return result_of_copy(result, copy_out_wide(room.text(), native, size, native_length),
+                          diagnostics_of(SQL_HANDLE_DBC, handle));
 }
 
 EXPORTED SQLRETURN SQL_API SQLDescribeColW(SQLHSTMT handle, SQLUSMALLINT number, SQLWCHAR *name,
@@ -175,7 +177,7 @@ EXPORTED SQLRETURN SQL_API SQLGetDiagRecW(SQLSMALLINT type, SQLHANDLE handle, SQ
                                      &room.length);
     if (!SQL_SUCCEEDED(result))
         return result;
-    copy_out_wide(reinterpret_cast<const char *>(narrow_state), state, 6, nullptr);
+    copy_out_wide<SQLSMALLINT>(reinterpret_cast<const char *>(narrow_state), state, 6, nullptr);
     return result_of_copy(result, copy_out_wide(room.text(), message, size, length), nullptr);
 }
 
