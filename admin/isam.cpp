@@ -103,8 +103,6 @@ bool is_somebody_else(const PageContext &context)
 
 int connect_page(PageContext &context, PageBuffer &page)
 {
-    if (int result = output_datasource(context, page, context.form_fields, "datasource"); result < 0)
-        return result;
     if (int result = uri_connect(context, page, 1); result < 0)
         return result;
     settle_administrator(context);
@@ -154,9 +152,10 @@ int uri_isam(const UriEntry *, RequestRecord *request, PageBuffer &page, int *le
     uri_setup(context, page, request);
     if (int result = begin_page(context, page); result < 0)
         return result;
+    const char *chooser = form_fields ? "datasource" : "initial_datasource";
+    if (int result = output_datasource(context, page, form_fields, chooser); result < 0)
+        return result;
     if (!form_fields) {
-        if (int result = output_datasource(context, page, nullptr, "initial_datasource"); result < 0)
-            return result;
         end_chooser(context, page);
         return end_page(context, page, length);
     }

@@ -90,20 +90,19 @@ int apply_action(PageContext &context, PageBuffer &page, const FormField *form_f
 bool query_privileges(SQLHSTMT statement)
 {
     char query[query_size];
-    return format_text(
-               query,
-               "select a.catalog, a.schema, a.table, b.grantor, b.grantee, b.privilege, c.privilege, d.privilege,"
-               " e.privilege   from nordvale.system.table a  "
-               "   left outer join nordvale.system.tableprv b on a.catalog = b.catalog and a.schema = b.schema and"
-               "       a.table = b.table and b.privilege = 'SELECT' and b.grantee = '%s' "
-               "   left outer join nordvale.system.tableprv c on a.catalog = c.catalog and a.schema = c.schema and"
-               "       a.table = c.table and c.privilege = 'INSERT' and c.grantee = '%s' "
-               "   left outer join nordvale.system.tableprv d on a.catalog = d.catalog and a.schema = d.schema and"
-               "       a.table = d.table and d.privilege = 'UPDATE' and d.grantee = '%s' "
-               "   left outer join nordvale.system.tableprv e on a.catalog = e.catalog and a.schema = e.schema and"
-               "       a.table = e.table and e.privilege = 'DELETE' and e.grantee = '%s'",
-               isamuser, isamuser, isamuser, isamuser) &&
-           execute(statement, query);
+    format_text(query,
+                "select a.catalog, a.schema, a.table, b.grantor, b.grantee, b.privilege, c.privilege, d.privilege,"
+                " e.privilege   from nordvale.system.table a  "
+                "   left outer join nordvale.system.tableprv b on a.catalog = b.catalog and a.schema = b.schema and"
+                "       a.table = b.table and b.privilege = 'SELECT' and b.grantee = '%s' "
+                "   left outer join nordvale.system.tableprv c on a.catalog = c.catalog and a.schema = c.schema and"
+                "       a.table = c.table and c.privilege = 'INSERT' and c.grantee = '%s' "
+                "   left outer join nordvale.system.tableprv d on a.catalog = d.catalog and a.schema = d.schema and"
+                "       a.table = d.table and d.privilege = 'UPDATE' and d.grantee = '%s' "
+                "   left outer join nordvale.system.tableprv e on a.catalog = e.catalog and a.schema = e.schema and"
+                "       a.table = e.table and e.privilege = 'DELETE' and e.grantee = '%s'",
+                isamuser, isamuser, isamuser, isamuser);
+    return execute(statement, query);
 }
 
 void output_list_header(int socket, PageBuffer &page)

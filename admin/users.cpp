@@ -189,13 +189,19 @@ struct UserStatement {
     char sql[statement_size];
 };
 
-// False when a value is longer than its column.
-bool quote_values(UserStatement &statement, const char *password, const char *description)
+// False when the value is longer than its column.
+bool quote_value(QuotedText &quoted, const char *value)
 {
     ColumnText fitting;
-    return copy_text(fitting, password) && copy_text(fitting, description) &&
-           copy_text(statement.password, password) && copy_text(statement.description, description) &&
-           quote_string(statement.password) && quote_string(statement.description);
+    bool fits = copy_text(fitting, value);
+    copy_text(quoted, fitting);
+    quote_string(quoted);
+    return fits;
+}
+
+bool quote_values(UserStatement &statement, const char *password, const char *description)
+{
+    return quote_value(statement.password, password) && quote_value(statement.description, description);
 }
 
 int update_user(PageContext &context, SQLHSTMT writer, const UserRow &row, const RowChange &change)
@@ -205,18 +211,17 @@ int update_user(PageContext &context, SQLHSTMT writer, const UserRow &row, const
     const char *description = change.description ? change.description : row.description;
     if (!row.values_are_whole || !quote_values(update, password, description))
         return return_error(context, "Password or description is too long.\n");
-    if (format_text(update.sql,
-                    "update nordvale.system.user set password='%s', description='%s' where username='%s';",
-                    update.password, update.description, row.user))
-        execute(writer, update.sql);
+    format_text(update.sql, "update nordvale.system.user set password='%s', description='%s' where username='%s';",
+                update.password, update.description, row.user);
+    execute(writer, update.sql);
     return 0;
 }
 
 void delete_user(PageContext &context, PageBuffer &message, SQLHSTMT writer, const UserRow &row)
 {
     char sql[statement_size];
-    if (format_text(sql, "delete from nordvale.system.user where username = '%s'", row.user))
-        execute(writer, sql);
+    format_text(sql, "delete from nordvale.system.user where username = '%s'", row.user);
+    execute(writer, sql);
     revoke_all(context, message, row.user);
 }
 
@@ -256,10 +261,10 @@ int insert_user(PageContext &context, PageBuffer &message, SQLHSTMT writer, cons
     const char *description = getvalue(form_fields, "__newfile");
     if (!quote_values(insert, password ? password : "", description ? description : ""))
         return return_error(context, "Password or description is too long.\n");
-    if (format_text(insert.sql,
-                    "insert into nordvale.system.user (username, password, description) values ('%s','%s','%s');",
-                    user, insert.password, insert.description))
-        execute(writer, insert.sql);
+    format_text(insert.sql,
+                "insert into nordvale.system.user (username, password, description) values ('%s','%s','%s');", user,
+                insert.password, insert.description);
+    execute(writer, insert.sql);
     return 0;
 }
 

@@ -85,11 +85,13 @@ void put_sql_name(TextWriter &writer, const char *name)
 void escape_html(std::span<char> out, const char *text, const char *special)
 {
     TextWriter writer{out};
-    for (; *text; text++)
-        if (strchr(special, *text))
-            put(writer, entity_of(*text));
+    for (; *text; text++) {
+        const char *entity = entity_of(*text);
+        if (entity && strchr(special, *text))
+            put(writer, entity);
         else
             put(writer, *text);
+    }
 }
 
 char *quote_string(std::span<char> text)

@@ -27,21 +27,22 @@ struct Answer {
 
 int serve_file(int socket, RequestRecord *record)
 {
-    if (uri_file(socket, record) >= 0) {
+    int result = uri_file(socket, record);
+    if (result < 0) {
+        record->status = 404;
+        send_error_response(socket, record->status);
+    } else {
         close(socket);
-        return 0;
     }
-    record->status = 404;
-    send_error_response(socket, record->status);
-    return -1;
+    return result;
 }
 
 void read_form(RequestRecord *record, Answer &answer)
 {
     PostBuffer post_buffer;
     int post_length = 0;
-    if (load_postdata(record, post_buffer, &post_length) == 0)
-        split_form_fields(post_buffer, post_length, &answer.form_fields);
+    load_postdata(record, post_buffer, &post_length);
+    split_form_fields(post_buffer, post_length, &answer.form_fields);
 }
 
 bool names_datasource(const FormField *form_fields)
@@ -114,15 +115,13 @@ int process_request(int socket, char *request_text)
     answer.form_fields = nullptr;
     copy_text(answer.page, request_text);
 
-    int result;
-    if (parse_request(request_text, int(strlen(request_text)), &record) < 0) {
+    int result = -1;
+    if (parse_request(request_text, int(strlen(request_text)), &record) < 0)
         send_error_response(socket, record.status);
-        result = -1;
-    } else if (int index = fn_index_from_uri(uri_table, &record); index < 0) {
+    else if (int index = fn_index_from_uri(uri_table, &record); index < 0)
         result = serve_file(socket, &record);
-    } else {
+    else
         result = serve_row(socket, &record, uri_table[index], answer);
-    }
     freeup_request(&record);
     return result;
 }

@@ -26,9 +26,7 @@ int main(int argc, char **argv)
     char port[255] = "";
     copy_text(port, default_port);
     for (int option; (option = getopt(argc, argv, ":?:p:")) != -1;) {
-        if (option == ':' || option == '?')
-            usage();
-        if (option == 'p' && !copy_text(port, optarg))
+        if (option != 'p' || !copy_text(port, optarg))
             usage();
     }
     // 0 also after a failed start: it has been told on standard error and in the log.
