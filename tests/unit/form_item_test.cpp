@@ -61,6 +61,21 @@ TEST(FindFfItemFromName, leaves_the_member_list_as_it_is)
     EXPECT_STREQ("one two", members);
 }
 
+TEST(FindFfItemFromName, finds_no_member_of_a_group_without_a_list)
+{
+    const FormItemSpec groups[] = {{"group", form_item_is_group, {0, 0}, nullptr}, {"item", 0, {0, 0}, nullptr},
+                                   {nullptr, 0, {0, 0}, nullptr}};
+    EXPECT_EQ(&groups[0], find_ff_item_from_name(groups, "group"));
+    EXPECT_EQ(&groups[1], find_ff_item_from_name(groups, "item"));
+    EXPECT_EQ(nullptr, find_ff_item_from_name(groups, ""));
+}
+
+TEST(BitnoOfMask, gives_0_for_an_item_without_a_list)
+{
+    const FormItemSpec item = {"group", form_item_is_group, {0, 0}, nullptr};
+    EXPECT_EQ(0, bitno_of_mask("group", &item));
+}
+
 TEST(BitnoOfMask, gives_the_position_of_a_member_from_0)
 {
     EXPECT_EQ(0, bitno_of_mask("select", &items[1]));

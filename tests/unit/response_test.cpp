@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <cwchar>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <string>
@@ -401,6 +402,13 @@ TEST(HttpPrintf, drops_a_piece_that_does_not_fit_whole_and_gives_minus_1)
     EXPECT_EQ(failed, http_printf(page.sockets.server(), page.buffer(), "%s", piece.c_str()));
     EXPECT_BYTES(page_of(16384), page.text());
     EXPECT_EQ(Pieces{}, page.sockets.received_pieces());
+}
+
+TEST(HttpPrintf, drops_a_piece_that_has_no_form_and_gives_minus_1)
+{
+    Page page("<p>");
+    EXPECT_EQ(failed, http_printf(page.sockets.server(), page.buffer(), "a%lc", wint_t(L'\x20ac')));
+    EXPECT_BYTES("<p>", page.text());
 }
 
 TEST(AppendText, appends_a_text_as_it_is)

@@ -2,6 +2,7 @@
 
 #include "tests/unit/guarded_text.h"
 
+#include <cwchar>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -75,6 +76,13 @@ TEST(FormatText, refuses_what_is_one_character_too_long_and_leaves_nothing)
 {
     char out[5] = "zzzz";
     EXPECT_FALSE(format_text(out, "%s-%d", "ab", 34));
+    EXPECT_STREQ("", out);
+}
+
+TEST(FormatText, refuses_what_has_no_form_and_leaves_nothing)
+{
+    char out[8] = "before";
+    EXPECT_FALSE(format_text(out, "a%lc", wint_t(L'\x20ac')));
     EXPECT_STREQ("", out);
 }
 

@@ -1,10 +1,12 @@
 #include "failing_odbc.h"
 
 #include <dlfcn.h>
+#include <sqlext.h>
 
 namespace {
 
 bool tables_fail = false;
+bool length_is_unknown = false;
 SQLSMALLINT failing_type = 0;
 int allocations_left = 0;
 
@@ -26,7 +28,12 @@ void let_allocation_fail(SQLSMALLINT handle_type, int number)
     allocations_left = number;
 }
 
-// The dynamic linker prefers these two to the driver manager's of the same names.
+void let_length_be_unknown()
+{
+    length_is_unknown = true;
+}
+
+// The dynamic linker prefers these to the driver manager's of the same names.
 
 extern "C" SQLRETURN SQL_API SQLTables(SQLHSTMT statement, SQLCHAR *catalog, SQLSMALLINT catalog_length,
                                        SQLCHAR *schema, SQLSMALLINT schema_length, SQLCHAR *table,
@@ -43,4 +50,14 @@ extern "C" SQLRETURN SQL_API SQLAllocHandle(SQLSMALLINT type, SQLHANDLE input, S
 {
     bool fails = type == failing_type && allocations_left > 0 && --allocations_left == 0;
     return driver_manager_s(SQLAllocHandle, "SQLAllocHandle")(type, input, fails ? nullptr : output);
+}
+
+extern "C" SQLRETURN SQL_API SQLGetData(SQLHSTMT statement, SQLUSMALLINT column, SQLSMALLINT type, SQLPOINTER out,
+                                        SQLLEN room, SQLLEN *length)
+{
+    SQLRETURN result = driver_manager_s(SQLGetData, "SQLGetData")(statement, column, type, out, room, length);
+    if (length_is_unknown)
+        *length = SQL_NO_TOTAL;
+    length_is_unknown = false;
+    return result;
 }

@@ -1,6 +1,7 @@
 #include "admin/odbc.h"
 
 #include "admin/output_column.h"
+#include "failing_odbc.h"
 #include "source_fixture.h"
 
 #include <sql.h>
@@ -54,6 +55,17 @@ TEST_F(Odbc, a_column_of_254_characters_is_whole_and_one_of_255_is_not)
         EXPECT_EQ(std::string(text), std::string(254, 'x'));
         SQLCloseCursor(context.stmt);
     }
+}
+
+TEST_F(Odbc, a_column_of_unknown_length_is_not_whole)
+{
+    ASSERT_EQ(connect(), 0);
+    ASSERT_TRUE(execute(context.stmt, "select 'text' from nordvale.system.sysinfo"));
+    ASSERT_TRUE(succeeded(SQLFetch(context.stmt)));
+    let_length_be_unknown();
+    ColumnText text;
+    EXPECT_EQ(read_column(context.stmt, 1, text), Reading::cut);
+    EXPECT_STREQ(text, "text");
 }
 
 TEST_F(Odbc, a_null_column_is_whole_and_empty)

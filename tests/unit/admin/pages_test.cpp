@@ -150,6 +150,18 @@ TEST_F(Pages, submit_users_refuses_a_value_longer_than_its_column_for_that_row)
               "update nordvale.system.user set password='" + doubled + "', description='Sales' where username='anna';");
 }
 
+TEST_F(Pages, submit_users_refuses_a_description_longer_than_its_column)
+{
+    std::string too_long(column_size, 'x');
+    Form forms[] = {{{"anna_file", too_long.c_str()}}, {{"__newuser", "carl"}, {"__newfile", too_long.c_str()}}};
+    for (Form &form : forms) {
+        forget_statements();
+        EXPECT_EQ(submit_users(context, page, form), -1);
+        EXPECT_BYTES(error_page("Password or description is too long.\n"), connection.received());
+        EXPECT_EQ(statements().size(), 1u);
+    }
+}
+
 TEST_F(Pages, display_users_without_a_connection_ends_in_the_error_page)
 {
     PageContext unconnected = {};
