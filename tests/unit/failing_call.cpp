@@ -33,11 +33,13 @@ bool let_system_call_fail(int number, int error)
     return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
 }
 
-bool use_up_memory()
+bool use_up_memory(size_t left)
 {
     grow_stack();
+    void *rest = left > 0 ? malloc(left) : nullptr;
 #if defined(__SANITIZE_ADDRESS__)
     // Its allocator ends the process in place of giving null.
+    free(rest);
     return false;
 #else
     // The hard limit stays: what is to be written at the process's end may raise the other again.
@@ -50,6 +52,7 @@ bool use_up_memory()
     for (size_t size = 1 << 20; size > 0; size -= size > 2048 ? size / 2 : 8)
         for (void *volatile piece = malloc(size); piece;)
             piece = malloc(size);
+    free(rest);
     return true;
 #endif
 }

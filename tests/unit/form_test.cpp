@@ -360,18 +360,25 @@ TEST(SplitFormFields, aborts_for_a_text_that_begins_with_a_nul)
 
 TEST(SplitFormFields, aborts_when_there_is_no_memory)
 {
-    CapturedLog log;
-    log_printf("the stream has its buffer then\n");
-    ChildEnd end = run_in_child([] {
-        GuardedText text("a=1");
-        FormField *list;
-        return use_up_memory() ? split_form_fields(text.text(), text.length(), &list) : 77;
-    });
-    if (end.exit_status == 77)
-        GTEST_SKIP() << "memory cannot be used up here";
-    EXPECT_EQ(SIGABRT, end.signal);
-    std::string lines = log.text();
-    EXPECT_EQ("\na=1\nmalloc/realloc failed\n", lines.substr(lines.find("..)") + 3)) << lines;
+    // Not for the list, and not for a value.
+    const struct {
+        size_t left;
+        std::string body;
+    } cases[] = {{0, "a=1"}, {4096, "a=" + std::string(5000, 'v')}};
+    for (const auto &sample : cases) {
+        CapturedLog log;
+        log_printf("the stream has its buffer then\n");
+        ChildEnd end = run_in_child([&] {
+            GuardedText text(sample.body);
+            FormField *list;
+            return use_up_memory(sample.left) ? split_form_fields(text.text(), text.length(), &list) : 77;
+        });
+        if (end.exit_status == 77)
+            GTEST_SKIP() << "memory cannot be used up here";
+        EXPECT_EQ(SIGABRT, end.signal) << sample.left;
+        std::string lines = log.text();
+        EXPECT_EQ("\n" + sample.body + "\nmalloc/realloc failed\n", lines.substr(lines.find("..)") + 3)) << lines;
+    }
 }
 
 TEST(Getvalue, gives_the_first_of_equal_names)

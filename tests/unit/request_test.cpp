@@ -6,6 +6,7 @@
 #include "tests/unit/guarded_text.h"
 
 #include <cstring>
+#include <functional>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <string>
@@ -54,6 +55,21 @@ struct Parsed : Record {
         result = parse_request(text.text(), int(strlen(text.text())), this);
     }
 };
+
+// How a child ends that parses the request with no more than `left` bytes of memory: 0 when what comes of it is as
+// expected, 77 where memory cannot be used up.
+int exit_status_with_memory(size_t left, const std::string &request,
+                            const std::function<bool(int result, const RequestRecord &)> &is_expected)
+{
+    return run_in_child([&] {
+        RequestRecord record;
+        init_new_request(&record);
+        GuardedText text(request);
+        if (!use_up_memory(left))
+            return 77;
+        return is_expected(parse_request(text.text(), text.length(), &record), record) ? 0 : 1;
+    }).exit_status;
+}
 
 // One call of store_hd_field.
 struct StoredLine : Record {
@@ -463,19 +479,40 @@ TEST(ParseRequest, takes_the_longest_request)
     EXPECT_EQ("/" + path, shown(request.uri));
 }
 
-TEST(ParseRequest, sets_status_500_when_there_is_no_memory)
+TEST(ParseRequest, sets_status_500_when_there_is_no_memory_for_a_part_of_the_request_line_or_the_body)
 {
-    ChildEnd end = run_in_child([] {
-        RequestRecord record;
-        init_new_request(&record);
-        GuardedText text("GET / HTTP/1.1\r\n\r\n");
-        if (!use_up_memory())
-            return 77;
-        return parse_request(text.text(), text.length(), &record) == -1 && record.status == 500 ? 0 : 1;
-    });
-    if (end.exit_status == 77)
-        GTEST_SKIP() << "memory cannot be used up here";
-    EXPECT_EQ(0, end.exit_status);
+    const std::string part(5000, 'p');
+    for (const std::string &request :
+         {"GET /" + part + " HTTP/1.1\r\n\r\n", "GET /?" + part + " HTTP/1.1\r\n\r\n", "GET / " + part + "\r\n\r\n",
+          "POST / HTTP/1.1\r\n\r\n" + part}) {
+        int exit_status = exit_status_with_memory(4096, request, [](int result, const RequestRecord &record) {
+            return result == -1 && record.status == 500;
+        });
+        if (exit_status == 77)
+            GTEST_SKIP() << "memory cannot be used up here";
+        EXPECT_EQ(0, exit_status) << request;
+    }
+}
+
+TEST(ParseRequest, leaves_out_a_value_that_finds_no_memory)
+{
+    const std::string value(2500, 'v');
+    const struct {
+        std::string lines, stored;
+    } cases[] = {
+        {"Accept:" + value + value + "\r\n", "(null)"},
+        {"Accept:" + value + "\r\nAccept:" + value + "\r\n", value},
+    };
+    for (const auto &sample : cases) {
+        std::string request = "GET / HTTP/1.1\r\n" + sample.lines + "Host:h\r\n\r\n";
+        int exit_status = exit_status_with_memory(4096, request, [&](int result, const RequestRecord &record) {
+            const char *accept = header(record, "accept"), *host = header(record, "host");
+            return result == 0 && sample.stored == (accept ? accept : "(null)") && host && strcmp(host, "h") == 0;
+        });
+        if (exit_status == 77)
+            GTEST_SKIP() << "memory cannot be used up here";
+        EXPECT_EQ(0, exit_status) << sample.lines;
+    }
 }
 
 TEST(StoreHdField, gives_0_and_advances_nothing_without_bytes)
