@@ -59,11 +59,11 @@ static int bind_time(sqlite3_stmt *prepared, int number, const Parameter &parame
         std::snprintf(text, sizeof text, "%02u:%02u:%02u", time.hour, time.minute, time.second);
     } else {
         SQL_TIMESTAMP_STRUCT both = value_at<SQL_TIMESTAMP_STRUCT>(parameter);
-        int length = std::snprintf(text, sizeof text, "%04d-%02u-%02u %02u:%02u:%02u", both.year, both.month, both.day,
-                                   both.hour, both.minute, both.second);
-        if (both.fraction != 0 && length > 0)
-            std::snprintf(text + length, sizeof text - static_cast<size_t>(length), ".%06u",
-                          static_cast<unsigned>(both.fraction / 1000));
+        char fraction[16] = "";
+        if (both.fraction != 0)
+            std::snprintf(fraction, sizeof fraction, ".%06u", static_cast<unsigned>(both.fraction / 1000));
+        std::snprintf(text, sizeof text, "%04d-%02u-%02u %02u:%02u:%02u%s", both.year, both.month, both.day, both.hour,
+                      both.minute, both.second, fraction);
     }
     return bind_text(prepared, number, text);
 }

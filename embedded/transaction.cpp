@@ -21,7 +21,7 @@ SQLRETURN end_step(Connection &connection, Diagnostics &diagnostics, const Step 
     sqlite3 *database = connection.database;
     if (!in_transaction(connection))        // SQLite has rolled back everything by itself
         return result;
-    if (!SQL_SUCCEEDED(result) && result != SQL_NO_DATA) {
+    if (!SQL_SUCCEEDED(result)) {
         run(database, step.savepoint ? "rollback to step" : "rollback");
         if (step.savepoint)
             run(database, "release step");

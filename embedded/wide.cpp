@@ -59,9 +59,10 @@ static bool copy_out_wide(std::string_view text, SQLPOINTER buffer, SQLLEN size,
     return copied == whole;
 }
 
+// The result of a narrow call that succeeded.
 static SQLRETURN result_of_copy(SQLRETURN result, bool whole, Diagnostics *diagnostics)
 {
-    if (whole || !SQL_SUCCEEDED(result))
+    if (whole)
         return result;
     return diagnostics != nullptr ? warn(*diagnostics, "01004", "Text cut") : SQL_SUCCESS_WITH_INFO;
 }

@@ -78,6 +78,25 @@ TEST(Translate, gives_columns_the_table_that_stands_before_them)
         EXPECT_EQ(translated(one.text), one.sql) << one.text;
 }
 
+TEST(Translate, leaves_a_column_whose_table_is_not_named_alone)
+{
+    EXPECT_EQ(translated("select X.S.T.a from C.S.T"), "select \"X\".\"S\".\"T\".\"a\" from \"C.S.T\"");
+    EXPECT_EQ(translated("select X.T.a from C.S.T"), "select \"X\".\"T\".\"a\" from \"C.S.T\"");
+    EXPECT_EQ(translated("select X.a from C.S.T"), "select \"X\".\"a\" from \"C.S.T\"");
+}
+
+TEST(Translate, leaves_to_SQLite_what_is_no_statement_at_all)
+{
+    struct { const char *text, *tables; } cases[] = {
+        {"select 1) from A, B", "..A ..B"}, {"with q as (select 1)) select 1 from q, A", "..A"}, {"select a.(1) from A", "..A"}, {"select a.", ""},
+        {"select 1 from A where a in", "..A"}, {"select references (a) from A", "..A"}, {"select distinct from A", "..A"},
+        {"with q as (1) select 1 from q", "..q"}, {"with q as select 1 from A", "problem: \"with\" begins no statement that is served here"},
+        {"with q) select 1 from A", "..A"},
+    };
+    for (const auto &one : cases)
+        EXPECT_EQ(tables_of(one.text), one.tables) << one.text;
+}
+
 TEST(Translate, takes_keywords_for_names_behind_a_dot)
 {
     EXPECT_EQ(translated("select a.table, a.order from nordvale.system.table a"),
@@ -131,6 +150,7 @@ TEST(Translate, resolves_odbc_escapes)
               "select upper ( 'a' ) , '2024-01-02' from \"..A\" left join \"..B\" on 1");
     EXPECT_TRUE(std::string(translated("select {call x}")).starts_with("problem"));
     EXPECT_TRUE(std::string(translated("select {d 'x'")).starts_with("problem"));
+    EXPECT_TRUE(std::string(translated("select {")).starts_with("problem"));
     EXPECT_TRUE(std::string(translated("select 1}")).starts_with("problem"));
 }
 
@@ -153,7 +173,9 @@ TEST(Translate, refuses_statements_that_are_not_served)
 TEST(Translate, refuses_table_names_of_no_or_too_many_parts)
 {
     for (const char *text : {"select * from A.B.C.D", "select * from \"\"", "select * from A.\"\"",
-                             "drop table", "create table", "drop table A B"})
+                             "drop table", "create table", "drop table A B", "create table (a)", "create table 'T' (a)",
+                             "create table A.B.C.D (a)", "create table T (a references A.B.C.D (x))", "drop table A.B.C.D",
+                             "create table if T (a)", "create table if not T (a)", "create table if", "drop table if T"})
         EXPECT_TRUE(std::string(translated(text)).starts_with("problem")) << text;
 }
 
@@ -208,6 +230,7 @@ TEST(Grant, names_privileges_table_and_grantee)
         {"grant delete on \"C\".\"\".\"T\" to bob;", privilege_delete, "C..T", "bob"},
         {"grant all on \"a\"\"b\" to \"x\"\"y\"", privilege_all, "..a\"b", "x\"y"},
         {"grant all privileges on table T to \"Public\"", privilege_all, "..T", "Public"},
+        {"grant delete on C..T to bob", privilege_delete, "C..T", "bob"},
         {"grant select, insert on table to bob", privilege_select | privilege_insert, "..table", "bob"},
     };
     for (const auto &one : cases) {
@@ -231,6 +254,7 @@ TEST(Grant, refuses_what_it_does_not_know)
     for (const char *text : {"grant", "grant all", "grant all on", "grant all on T", "grant all on T to",
                              "grant all on T to a, b", "grant all on T to bob with grant option",
                              "grant execute on T to bob", "grant all on A.B.C.D to bob", "grant all on \"\" to bob",
-                             "grant all on 'T' to bob", "grant all on T to 'bob'", "grant , on T to bob"})
+                             "grant all on 'T' to bob", "grant all on T to 'bob'", "grant , on T to bob", "grant select,", "grant all on .T to bob",
+                             "grant all on C. to bob", "grant all on C.", "grant all on C..", "grant all on C.S.'T' to bob"})
         EXPECT_TRUE(std::string(translated(text)).starts_with("problem")) << text;
 }

@@ -99,3 +99,16 @@ def test_a_deleted_users_catalog_calls_are_refused(staffed):
             call()
         assert raised.value.args[0] == "28000"
     anna.close()
+
+
+def test_a_deleted_users_privileges_are_not_listed(staffed, driver):
+    staffed.add_user("eve", "pw")
+    dbc = driver.allocate(SQL_HANDLE_DBC, driver.env)
+    string = f"Database={staffed.database};UID=eve;PWD=pw".encode()
+    assert driver.call("SQLDriverConnect", dbc, NULL, string, short(-3), NULL, short(0), NULL, 0) == 0
+    stmt = driver.allocate(SQL_HANDLE_STMT, dbc)
+    staffed.execute("delete from nordvale.system.user where username = 'eve'")
+    assert driver.call("SQLTablePrivileges", stmt, NULL, short(0), NULL, short(0), NULL, short(0)) == -1
+    assert driver.state(SQL_HANDLE_STMT, stmt) == "28000"
+    driver.call("SQLDisconnect", dbc)
+    driver.call("SQLFreeHandle", short(SQL_HANDLE_DBC), dbc)

@@ -41,7 +41,13 @@ def test_the_privilege_query_lists_tables_in_the_same_order(staffed, cursor):
     ({"table": "i%"}, [("shop", "stock", "item")]), ({"table": "_"}, ALL[:3]), ({"schema": "S%"}, ALL[1:2] + ALL[3:]),
     ({"catalog": "shop", "table": "SHELF"}, ALL[4:]), ({"catalog": "C", "schema": ""}, ALL[2:3]),
     ({"table": "nothing"}, []), ({"tableType": "TABLE"}, ALL), ({"tableType": "'VIEW','TABLE'"}, ALL),
-    ({"tableType": "VIEW"}, []), ({"table": "\\_"}, []),
+    ({"tableType": "VIEW"}, []), ({"table": "\\_"}, []), ({"table": "\\t"}, ALL[:3]), ({"table": "\\"}, []),
+    ({"table": "%\\%"}, []), ({"table": "%e%"}, ALL[3:]), ({"table": "it_m%%"}, ALL[3:4]), ({"table": "item_"}, []),
+    ({"tableType": ", ' ', table"}, ALL), ({"tableType": ","}, []), ({"tableType": "VIEW,"}, []),
+    ({"tableType": "%", "table": "i%"}, [("shop", "stock", "item")]), ({"catalog": "%", "schema": "", "table": "T"}, [ALL[0], ALL[2]]),
+    ({"catalog": "", "schema": "%", "table": "T"}, ALL[:2]), ({"catalog": "%", "schema": "S", "table": ""}, []),
+    ({"catalog": "", "schema": "", "table": "T", "tableType": "%"}, ALL[:1]), ({"catalog": "", "schema": "S", "table": "", "tableType": "%"}, []),
+    ({"catalog": "C", "schema": "%", "table": ""}, []),
 ])
 def test_tables_are_found_by_pattern_and_type(cursor, pattern, tables):
     assert listed(cursor.tables(**pattern).fetchall()) == tables
@@ -67,6 +73,30 @@ def test_columns_are_described(cursor):
         ("id", -5, 19, 0, None, 1), ("hall", 12, 5, 1, "'n'", 2)]
 
 
+def test_a_column_of_no_declared_type_is_a_varchar(staffed, cursor):
+    staffed.execute("create table U (t, r double, b blob(9) not null)")
+    rows = [tuple(row) for row in cursor.columns(table="U").fetchall()]
+    assert [(row[3], row[4], row[5], row[7], row[9], row[15], row[17]) for row in rows] == [
+        ("t", 12, "varchar", 255, None, 255, "YES"), ("r", 8, "double", 8, 10, None, "YES"), ("b", -3, "blob", 9, None, 9, "NO")]
+
+
+METADATA_ID = 10014
+
+
+@pytest.mark.parametrize("table, columns", [("ITEM", ["id", "name"]), ("it%", []), ("item_", []), ("item", ["id", "name"])])
+def test_plain_names_are_no_patterns(staffed, driver, table, columns):
+    import ctypes
+    from direct_driver import NULL, length, pointer, short
+    assert driver.call("SQLSetStmtAttr", driver.stmt, METADATA_ID, pointer(1), 0) == 0
+    assert driver.call("SQLColumns", driver.stmt, b"SHOP", short(-3), b"Stock", short(-3), table.encode(), short(-3), NULL, short(0)) == 0
+    found = []
+    while driver.call("SQLFetch", driver.stmt) == 0:
+        name = ctypes.create_string_buffer(20)
+        driver.call("SQLGetData", driver.stmt, 4, short(1), name, length(20), NULL)
+        found.append(name.value.decode())
+    assert found == columns
+
+
 def test_columns_are_found_by_pattern(cursor):
     assert [row[3] for row in cursor.columns(catalog="shop", column="%a%").fetchall()] == ["name", "hall"]
 
@@ -76,14 +106,14 @@ def test_primary_keys_are_listed(cursor):
     assert [tuple(row)[:5] for row in rows] == [("shop", "stock", "shelf", "id", 1)]
 
 
-def privileges(source, user, password):
+def privileges(source, user, password, table=b"%"):
     import ctypes
     import narrow_odbc
     function = narrow_odbc.odbc.SQLTablePrivileges
     function.argtypes, function.restype = narrow_odbc.odbc.SQLTables.argtypes[:7], ctypes.c_short
     connection = narrow_odbc.Connection(f"dsn=embedded;uid={user};pwd={password}")
     statement = connection.statement()
-    assert function(statement, None, -3, None, -3, b"%", -3) == 0
+    assert function(statement, None, -3, None, -3, table, -3) == 0
     rows = narrow_odbc.texts(statement, 7)
     connection.close()
     return rows
@@ -97,6 +127,7 @@ def test_table_privileges_are_listed_for_the_administrator_all_and_for_others_th
                            item + ("public", "UPDATE", "NO"))
     assert privileges(staffed, "admin", "secret") == [bernd, anna, public]
     assert privileges(staffed, "anna", "pw") == [anna, public]
+    assert privileges(staffed, "anna", "pw", b"shelf") == []
 
 
 def test_types_are_listed(cursor):

@@ -232,6 +232,12 @@ def test_a_number_of_a_column_is_given_as_it_is(driver, field, number):
     assert value.value == number
 
 
+def test_the_length_of_the_current_catalog_can_be_asked_for_alone(driver):
+    told = ctypes.c_int(-7)
+    assert driver.call("SQLGetConnectAttrW", driver.dbc, 109, NULL, 4, ctypes.byref(told)) == SQL_SUCCESS
+    assert told.value == 0
+
+
 # Texts that are no characters
 
 @pytest.mark.parametrize("stored, given", [
