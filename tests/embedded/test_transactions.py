@@ -1,7 +1,13 @@
+import ctypes
 import subprocess
 import sys
 
 import pytest
+
+from direct_driver import pointer, short
+from narrow_odbc import SQL_ERROR, SQL_HANDLE_DBC, SQL_HANDLE_STMT, SQL_SUCCESS
+
+AUTOCOMMIT, COMMIT, ROLLBACK = 102, 0, 1
 
 WRITER = """
 import sys, pyodbc
@@ -106,3 +112,90 @@ def test_switching_autocommit_on_commits(two):
     manual.execute("delete from shop.stock.item where id = 1")
     manual.autocommit = True
     assert names(other) == ["screw"]
+
+
+@pytest.mark.parametrize("way", ["rollback", "abort", "fail"])
+def test_the_transaction_goes_on_behind_a_failed_statement_unless_that_says_rollback(two, way):
+    manual, other = two
+    manual.execute("insert into shop.stock.item values (3, 'bolt')")
+    with pytest.raises(Exception) as raised:
+        manual.execute(f"insert or {way} into shop.stock.item values (4, 'x'), (1, 'twice')")
+    assert raised.value.args[0] == "23000"
+    manual.execute("insert into shop.stock.item values (5, 'rivet')")
+    manual.commit()
+    assert names(other) == ["nail", "screw"] + ["bolt"] * (way != "rollback") + ["rivet"]
+
+
+@pytest.mark.parametrize("autocommit", [True, False])
+def test_a_failed_statement_that_says_rollback_is_undone(staffed, autocommit):
+    connection = staffed.connect(autocommit=autocommit)
+    with pytest.raises(Exception):
+        connection.execute("insert or rollback into shop.stock.item values (4, 'x'), (1, 'twice')")
+    assert names(connection) == ["nail", "screw"]
+    connection.rollback()
+    connection.close()
+
+
+def end_transaction(driver, completion, dbc=None):
+    return driver.call("SQLEndTran", short(SQL_HANDLE_DBC), dbc or driver.dbc, short(completion))
+
+
+def set_autocommit(driver, value):
+    assert driver.call("SQLSetConnectAttr", driver.dbc, AUTOCOMMIT, pointer(value), 0) == SQL_SUCCESS
+
+
+def rows_in_T(driver):
+    number = ctypes.c_int(-1)
+    driver.fetched("select count(*) from T")
+    driver.call("SQLGetData", driver.stmt, 1, short(-16), ctypes.byref(number), ctypes.c_ssize_t(4), None)
+    return number.value
+
+
+@pytest.mark.parametrize("completion", [COMMIT, ROLLBACK])
+@pytest.mark.parametrize("autocommit", [0, 1])
+def test_no_transaction_is_ended_at_any_time(driver, completion, autocommit):
+    driver.execute("create table T (a)")
+    set_autocommit(driver, autocommit)
+    assert end_transaction(driver, completion) == SQL_SUCCESS
+    assert rows_in_T(driver) == 0
+
+
+def test_a_connection_that_is_not_open_has_no_transaction(driver):
+    dbc = driver.allocate(SQL_HANDLE_DBC, driver.env)
+    assert end_transaction(driver, COMMIT, dbc) == SQL_SUCCESS
+    driver.call("SQLFreeHandle", short(SQL_HANDLE_DBC), dbc)
+
+
+def test_a_connection_with_an_open_transaction_is_not_ended(driver):
+    driver.execute("create table T (a)")
+    set_autocommit(driver, 0)
+    driver.execute("insert into T values (1)")
+    assert driver.call("SQLDisconnect", driver.dbc) == SQL_ERROR
+    assert driver.state(SQL_HANDLE_DBC, driver.dbc) == "25000"
+    assert end_transaction(driver, ROLLBACK) == SQL_SUCCESS
+    assert rows_in_T(driver) == 0
+
+
+def test_each_way_to_end_a_transaction_keeps_or_undoes_the_statements_since_the_last(driver):
+    driver.execute("create table T (a)")
+    set_autocommit(driver, 0)
+    for completion, rows in ((COMMIT, 2), (ROLLBACK, 2), (COMMIT, 4)):
+        driver.execute("insert into T values (1)")
+        driver.execute("insert into T values (2)")
+        assert end_transaction(driver, completion) == SQL_SUCCESS
+        assert rows_in_T(driver) == rows
+    driver.execute("delete from T")
+    assert driver.call("SQLExecDirect", driver.stmt, b"insert into missing values (1)", -3) == SQL_ERROR
+    assert driver.state(SQL_HANDLE_STMT, driver.stmt) == "42S02"
+    assert end_transaction(driver, ROLLBACK) == SQL_SUCCESS
+    assert rows_in_T(driver) == 4
+
+
+def test_what_is_changed_after_autocommit_is_switched_on_is_not_rolled_back(driver):
+    driver.execute("create table T (a)")
+    set_autocommit(driver, 0)
+    driver.execute("insert into T values (1)")
+    set_autocommit(driver, 1)
+    driver.execute("insert into T values (2)")
+    assert end_transaction(driver, ROLLBACK) == SQL_SUCCESS
+    assert rows_in_T(driver) == 2
