@@ -1,4 +1,4 @@
-"""Every C type on its way in and out, and the cursor's calls, at the driver's own entry points."""
+"""Every C type on its way out, and the cursor's calls, at the driver's own entry points."""
 import ctypes
 import struct
 import threading
@@ -11,10 +11,8 @@ from narrow_odbc import SQL_HANDLE_STMT
 CHAR, WCHAR, BINARY, DEFAULT, BIT = 1, -8, -2, 99, -7
 STINY, UTINY, TINY, SSHORT, USHORT, SHORT = -26, -28, -6, -15, -17, 5
 SLONG, ULONG, LONG, SBIGINT, UBIGINT, FLOAT, DOUBLE = -16, -18, 4, -25, -27, 7, 8
-DATE, TIME, TIMESTAMP = 91, 92, 93
 FORMS = {STINY: "b", UTINY: "B", TINY: "b", BIT: "B", SSHORT: "h", USHORT: "H", SHORT: "h", SLONG: "i", ULONG: "I",
          LONG: "i", SBIGINT: "q", UBIGINT: "Q", FLOAT: "f", DOUBLE: "d"}
-NULL_DATA, NTS = -1, -3
 
 
 def get_data(driver, column, c_type, size=100, indicator=True):
@@ -24,20 +22,6 @@ def get_data(driver, column, c_type, size=100, indicator=True):
     return result, room.raw.rstrip(b"#"), told.value
 
 
-def bind(driver, c_type, value, indicator=None, sql_type=12, size=0):
-    """Binds parameter 1 to the bytes of the value, which have to live until it is executed."""
-    room = ctypes.create_string_buffer(value, len(value) + 2) if value is not None else NULL
-    told = length(indicator) if indicator is not None else None
-    driver.bound = room, told
-    assert driver.call("SQLBindParameter", driver.stmt, 1, 1, short(c_type), short(sql_type), length(size), 0, room,
-                       length(0), ctypes.byref(told) if told is not None else NULL) == 0
-
-
-def echo(driver, query="select typeof(?1) || ' ' || ?1"):
-    driver.fetched(query)
-    return get_data(driver, 1, CHAR)[1].rstrip(b"\0").decode()
-
-
 @pytest.mark.parametrize("c_type, form", FORMS.items())
 def test_a_number_comes_out_as_each_c_type(driver, c_type, form):
     driver.fetched("select 1")
@@ -45,12 +29,6 @@ def test_a_number_comes_out_as_each_c_type(driver, c_type, form):
     assert get_data(driver, 1, c_type) == (0, struct.pack(form, 1), size)
     driver.fetched("select 1.0")
     assert driver.call("SQLGetData", driver.stmt, 1, short(c_type), NULL, length(0), NULL) == 0
-
-
-@pytest.mark.parametrize("c_type, form", FORMS.items())
-def test_a_number_goes_in_as_each_c_type(driver, c_type, form):
-    bind(driver, c_type, struct.pack(form, 1))
-    assert echo(driver) == ("real 1.0" if form in "fd" else "integer 1")
 
 
 @pytest.mark.parametrize("expression", ["-1", "256", "-0.5", "1e300", "-1e300"])
@@ -115,62 +93,6 @@ def test_a_null_without_indicator_is_22002(driver):
 def test_wide_text_is_given_no_half_characters(driver, size):
     driver.fetched("select 'a'")
     assert get_data(driver, 1, WCHAR, size) == (1, b"", 2)
-
-
-# Parameters
-
-@pytest.mark.parametrize("c_type, value, indicator, size, kept", [
-    (CHAR, b"text", None, 0, "text text"), (CHAR, b"text", 2, 0, "text te"), (CHAR, b"text", NTS, 0, "text text"),
-    (WCHAR, "täxt\0".encode("utf-16-le"), None, 0, "text täxt"), (WCHAR, "täxt".encode("utf-16-le"), 4, 0, "text tä"),
-    (BINARY, b"ab", 2, 0, "blob ab"), (BINARY, b"abc", NTS, 2, "blob ab"), (BINARY, b"", 0, 0, "blob "),
-    (UBIGINT, struct.pack("Q", 2**63 - 1), None, 0, f"integer {2**63 - 1}"),
-    (DATE, struct.pack("hHH", 2024, 2, 29), None, 0, "text 2024-02-29"), (9, struct.pack("hHH", 1, 2, 3), None, 0, "text 0001-02-03"),
-    (TIME, struct.pack("HHH", 1, 2, 3), None, 0, "text 01:02:03"), (10, struct.pack("HHH", 1, 2, 3), None, 0, "text 01:02:03"),
-    (TIMESTAMP, struct.pack("hHHHHHI", 2024, 2, 29, 1, 2, 3, 0), None, 0, "text 2024-02-29 01:02:03"),
-    (11, struct.pack("hHHHHHI", 2024, 2, 29, 1, 2, 3, 5000), None, 0, "text 2024-02-29 01:02:03.000005"),
-])
-def test_a_parameter_is_taken_as_its_c_type_says(driver, c_type, value, indicator, size, kept):
-    bind(driver, c_type, value, indicator, size=size)
-    assert echo(driver) == kept
-
-
-@pytest.mark.parametrize("sql_types, value, kept", [
-    ((-7, -6), struct.pack("b", -2), "integer -2"), ((5,), struct.pack("h", -300), "integer -300"),
-    ((4,), struct.pack("i", -70000), "integer -70000"), ((-5,), struct.pack("q", 2**40), f"integer {2**40}"),
-    ((7,), struct.pack("f", 0.5), "real 0.5"), ((6, 8), struct.pack("d", 0.25), "real 0.25"),
-    ((-2, -3, -4), b"ab", "blob ab"), ((-8, -9, -10), "ä".encode("utf-16-le") + b"\0\0", "text ä"), ((12, 1), b"ab", "text ab"),
-])
-def test_the_default_c_type_is_that_of_the_parameter(driver, sql_types, value, kept):
-    for sql_type in sql_types:
-        bind(driver, DEFAULT, value, sql_type=sql_type, size=2)
-        assert echo(driver) == kept, sql_type
-
-
-@pytest.mark.parametrize("value, indicator", [(None, None), (b"x", NULL_DATA)])
-def test_no_value_is_null(driver, value, indicator):
-    bind(driver, CHAR, value, indicator)
-    assert echo(driver, "select typeof(?)") == "null"
-
-
-@pytest.mark.parametrize("c_type, value, state", [(UBIGINT, struct.pack("Q", 2**63), "22003"), (1234, b"x", "HYC00")])
-def test_a_parameter_that_cannot_be_taken_is_refused(driver, c_type, value, state):
-    bind(driver, c_type, value)
-    assert driver.call("SQLExecDirect", driver.stmt, b"select ?", 8) == -1
-    assert driver.state(SQL_HANDLE_STMT, driver.stmt) == state
-
-
-@pytest.mark.parametrize("number, direction, state", [(0, 1, "07009"), (1, 2, "HYC00"), (1, 4, "HYC00")])
-def test_a_parameter_that_is_no_input_cannot_be_bound(driver, number, direction, state):
-    assert driver.call("SQLBindParameter", driver.stmt, number, short(direction), CHAR, 12, length(0), 0, NULL, length(0), NULL) == -1
-    assert driver.state(SQL_HANDLE_STMT, driver.stmt) == state
-
-
-def test_the_parameter_between_two_bound_ones_has_no_value(driver):
-    bind(driver, CHAR, b"x")
-    value = ctypes.create_string_buffer(b"y")
-    driver.call("SQLBindParameter", driver.stmt, 3, 1, CHAR, 12, length(0), 0, value, length(0), NULL)
-    assert driver.call("SQLExecDirect", driver.stmt, b"select ?, ?, ?", 14) == -1
-    assert driver.state(SQL_HANDLE_STMT, driver.stmt) == "07002"
 
 
 # Cursors
@@ -284,63 +206,3 @@ def test_the_native_statement_is_given_and_cut_to_its_room(driver, wide, size, g
 def test_what_is_no_statement_has_no_native_form(driver, wide):
     text = ctypes.create_string_buffer("'\0".encode("utf-16-le"))
     assert driver.call(f"SQLNativeSql{wide}", driver.dbc, text, 1, NULL, 0, NULL) == -1
-
-
-# Wide texts
-
-def wide_text(text):
-    return ctypes.create_string_buffer(text.encode("utf-16-le") + b"\0\0")
-
-
-def test_the_wide_calls_log_in_and_out(driver, source):
-    dbc = driver.allocate(2, driver.env)
-    assert driver.call("SQLConnectW", dbc, wide_text("embedded"), NTS, wide_text("admin"), NTS, wide_text("secret"), NTS) == 0
-    assert driver.call("SQLDisconnect", dbc) == 0
-    assert driver.call("SQLConnectW", dbc, wide_text("embedded"), NTS, wide_text("admin"), NTS, NULL, 0) == -1
-    assert driver.state(2, dbc) == "28000"
-    driver.call("SQLFreeHandle", short(2), dbc)
-
-
-@pytest.mark.parametrize("call, arguments, columns", [
-    ("SQLTablesW", ("%", "%", "T", "TABLE"), 5), ("SQLColumnsW", ("", "", "T", "a"), 18),
-    ("SQLTablePrivilegesW", ("", "", "T"), 7), ("SQLPrimaryKeysW", (None, None, "T"), 6),
-])
-def test_the_wide_catalog_calls_find_the_table(driver, call, arguments, columns):
-    driver.execute("create table T (a integer primary key)")
-    driver.execute("grant select on T to public")
-    texts = [part for text in arguments for part in ((NULL, short(0)) if text is None else (wide_text(text), short(len(text))))]
-    assert driver.call(call, driver.stmt, *texts) == 0, driver.state(3, driver.stmt)
-    count = short()
-    driver.call("SQLNumResultCols", driver.stmt, ctypes.byref(count))
-    assert count.value == columns
-    assert driver.call("SQLFetch", driver.stmt) == 0
-    assert get_data(driver, 3, CHAR)[1] == b"T\0"
-
-
-def test_the_wide_list_of_types_begins_with_the_same_type(driver):
-    first = []
-    for call in ("SQLGetTypeInfo", "SQLGetTypeInfoW"):
-        assert driver.call(call, driver.stmt, short(0)) == 0
-        driver.call("SQLFetch", driver.stmt)
-        first.append(get_data(driver, 1, CHAR))
-    assert first[0] == first[1] and first[0][1]
-
-
-@pytest.mark.parametrize("units, kept", [
-    ([0x61], "61"), ([0xe4], "C3A4"), ([0x20ac], "E282AC"), ([0xd83d, 0xde00], "F09F9880"), ([0xd83d], "EFBFBD"),
-    ([0xde00], "EFBFBD"), ([0xd83d, 0x61], "EFBFBD61"), ([0xd83d, 0xe000], "EFBFBDEE8080"),
-])
-def test_wide_characters_are_kept_as_utf_8_and_halves_of_them_as_the_replacement(driver, units, kept):
-    literal = [*b"select hex('", *units, *b"')"]
-    assert driver.call("SQLExecDirectW", driver.stmt, (ctypes.c_ushort * len(literal))(*literal), len(literal)) == 0
-    driver.call("SQLFetch", driver.stmt)
-    assert get_data(driver, 1, CHAR)[1] == kept.encode() + b"\0"
-
-
-@pytest.mark.parametrize("kept, units", [
-    ("c3a4", [0xe4]), ("f09f9880", [0xd83d, 0xde00]), ("80", [0xfffd]), ("f8", [0xfffd]), ("c3", [0xfffd]), ("c361", [0xfffd, 0x61]),
-    ("eda080", [0xfffd]), ("ee8080", [0xe000]), ("f4908080", [0xfffd]),
-])
-def test_what_is_no_utf_8_comes_out_wide_as_the_replacement(driver, kept, units):
-    driver.fetched(f"select cast(x'{kept}' as text)")
-    assert get_data(driver, 1, WCHAR)[1] == struct.pack(f"{len(units) + 1}H", *units, 0)

@@ -1,10 +1,10 @@
-"""Columns and parameters as the driver describes them, and its diagnostics field by field."""
+"""Columns as the driver describes them."""
 import ctypes
 
 import pytest
 
 from direct_driver import NULL, length, short
-from narrow_odbc import SQL_HANDLE_DBC, SQL_HANDLE_ENV, SQL_HANDLE_STMT
+from narrow_odbc import SQL_HANDLE_STMT
 
 COUNT, UNKNOWN = 1001, 9999
 
@@ -127,108 +127,3 @@ def test_a_column_name_longer_than_its_room_is_cut(driver, wide, size, given):
                        NULL, NULL, NULL, NULL) == 1
     assert (room.raw.rstrip(b"#"), told.value) == (given, 9)
     assert driver.state(SQL_HANDLE_STMT, driver.stmt) == "01004"
-
-
-def test_every_parameter_is_described_as_a_text(driver):
-    assert driver.call("SQLPrepare", driver.stmt, b"select ?, ?", 11) == 0
-    kind, size, digits, nullable = short(), ctypes.c_size_t(), short(9), short()
-    assert driver.call("SQLDescribeParam", driver.stmt, 2, *map(ctypes.byref, (kind, size, digits, nullable))) == 0
-    assert (kind.value, size.value, digits.value, nullable.value) == (12, 255, 0, 2)
-    assert driver.call("SQLDescribeParam", driver.stmt, 1, NULL, NULL, NULL, NULL) == 0
-
-
-@pytest.mark.parametrize("number", [0, 3])
-def test_a_parameter_that_there_is_not_cannot_be_described(driver, number):
-    driver.call("SQLPrepare", driver.stmt, b"select ?, ?", 11)
-    assert driver.call("SQLDescribeParam", driver.stmt, number, NULL, NULL, NULL, NULL) == -1
-    assert driver.state(SQL_HANDLE_STMT, driver.stmt) == "07009"
-
-
-# Diagnostics
-
-RETURNCODE, NUMBER, ROW_COUNT, SQLSTATE, NATIVE, MESSAGE, CLASS_ORIGIN, SUBCLASS_ORIGIN = 1, 2, 3, 4, 5, 6, 8, 9
-CONNECTION_NAME, SERVER_NAME = 10, 11
-
-
-@pytest.fixture
-def failed(driver):
-    """The driver with a statement that has failed."""
-    assert driver.call("SQLExecDirect", driver.stmt, b"select * from T", 15) == -1
-    return driver
-
-
-def field(driver, number, identifier, wide="", size=100, kind=SQL_HANDLE_STMT):
-    room, told = ctypes.create_string_buffer(b"#" * 100, 100), short(-1)
-    result = driver.call(f"SQLGetDiagField{wide}", short(kind), driver.handle(kind), short(number), short(identifier),
-                         room, short(size), ctypes.byref(told))
-    return result, room.raw.rstrip(b"#"), told.value
-
-
-@pytest.mark.parametrize("wide", ["", "W"])
-@pytest.mark.parametrize("identifier, size, value", [(NUMBER, 4, 1), (RETURNCODE, 2, -1), (ROW_COUNT, 8, -1)])
-def test_the_head_of_the_diagnostics_tells_numbers(failed, wide, identifier, size, value):
-    assert field(failed, 0, identifier, wide)[:2] == (0, value.to_bytes(size, "little", signed=True))
-
-
-def test_without_diagnostics_the_return_code_is_success(driver):
-    assert field(driver, 0, RETURNCODE)[:2] == (0, b"\0\0")
-    assert field(driver, 0, NUMBER)[:2] == (0, b"\0\0\0\0")
-
-
-@pytest.mark.parametrize("identifier, text", [
-    (SQLSTATE, "42S02"), (MESSAGE, "[NORDVALE][ISAM]There is no table T"), (CLASS_ORIGIN, "ODBC 3.0"),
-    (SUBCLASS_ORIGIN, "ODBC 3.0"), (CONNECTION_NAME, ""), (SERVER_NAME, ""),
-])
-def test_a_diagnostic_record_has_its_texts(failed, identifier, text):
-    assert field(failed, 1, identifier) == (0, text.encode() + b"\0", len(text))
-    wide = text.encode("utf-16-le")
-    assert field(failed, 1, identifier, "W") == (0, wide + b"\0\0", len(wide))
-
-
-@pytest.mark.parametrize("wide", ["", "W"])
-def test_a_diagnostic_record_has_the_native_code(failed, wide):
-    assert field(failed, 1, NATIVE, wide)[:2] == (0, b"\0\0\0\0")
-
-
-@pytest.mark.parametrize("wide, size, given", [("", 4, b"42S\0"), ("W", 8, "42S\0".encode("utf-16-le"))])
-def test_a_diagnostic_text_longer_than_its_room_is_cut(failed, wide, size, given):
-    assert field(failed, 1, SQLSTATE, wide, size)[:2] == (1, given)
-
-
-@pytest.mark.parametrize("wide", ["", "W"])
-@pytest.mark.parametrize("number, identifier, result", [(2, SQLSTATE, 100), (0, SQLSTATE, -1), (1, 99, -1)])
-def test_a_diagnostic_field_that_there_is_not_is_not_given(failed, wide, number, identifier, result):
-    assert field(failed, number, identifier, wide)[0] == result
-
-
-@pytest.mark.parametrize("kind", [SQL_HANDLE_ENV, SQL_HANDLE_DBC])
-def test_only_statements_have_a_row_count(driver, kind):
-    assert field(driver, 0, ROW_COUNT, kind=kind)[0] == -1
-
-
-def test_a_number_without_room_is_not_given(failed):
-    for identifier in (NUMBER, NATIVE):
-        assert failed.call("SQLGetDiagField", short(3), failed.stmt, short(1), short(identifier), NULL, short(0), NULL) == -1
-
-
-@pytest.mark.parametrize("kind, handle", [(3, None), (4, "stmt")])
-def test_no_handle_or_a_descriptor_has_no_diagnostics(driver, kind, handle):
-    handle = getattr(driver, handle) if handle else NULL
-    assert driver.call("SQLGetDiagField", short(kind), handle, short(1), short(SQLSTATE), NULL, short(0), NULL) == -2
-
-
-def test_no_handle_has_no_records(driver):
-    assert driver.call("SQLGetDiagRec", short(3), NULL, short(1), NULL, NULL, NULL, short(0), NULL) == -2
-
-
-def record(driver, number, size, kind=3, wide=""):
-    return driver.call(f"SQLGetDiagRec{wide}", short(kind), driver.stmt, short(number), NULL, NULL, NULL, short(size), NULL)
-
-
-def test_a_record_is_counted_from_1_and_its_room_is_not_negative(failed):
-    assert [record(failed, number, size) for number, size in ((0, 0), (1, -1), (2, 0), (1, 0))] == [-1, -1, 100, 0]
-    assert record(failed, 2, 0, wide="W") == 100
-
-
-def test_a_descriptor_has_no_records(failed):
-    assert record(failed, 1, 0, kind=4) == 100

@@ -182,6 +182,8 @@ def returned(driver, kind):
 
 def test_the_header_tells_what_the_last_call_returned(failed):
     assert returned(failed, SQL_HANDLE_STMT) == SQL_ERROR
+    assert failed.call("SQLExecDirect", failed.stmt, b"select ?", -3) == SQL_ERROR
+    assert (failed.state(SQL_HANDLE_STMT, failed.stmt), returned(failed, SQL_HANDLE_STMT)) == ("07002", SQL_ERROR)
     assert returned(failed, SQL_HANDLE_DBC) == SQL_SUCCESS
     room = ctypes.create_string_buffer(3)
     assert failed.call("SQLGetInfo", failed.dbc, 17, room, short(3), NULL) == SQL_SUCCESS_WITH_INFO
@@ -193,6 +195,10 @@ def test_the_header_of_a_statement_counts_the_rows_that_it_changed(driver, wide)
     for statement in ("create table T (a)", "insert into T values (1), (2), (3)", "delete from T where a > 1"):
         driver.execute(statement)
     assert field(driver, 0, ROW_COUNT, 0, wide)[:2] == (SQL_SUCCESS, filled((2).to_bytes(8, "little")))
+
+
+def test_a_statement_that_failed_has_no_count_of_rows(failed):
+    assert field(failed, 0, ROW_COUNT)[:2] == (SQL_SUCCESS, filled((-1).to_bytes(8, "little", signed=True)))
 
 
 @pytest.mark.parametrize("kind", [SQL_HANDLE_ENV, SQL_HANDLE_DBC])
