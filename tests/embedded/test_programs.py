@@ -52,6 +52,12 @@ def test_isam_create_leaves_an_existing_file_alone(tmp_path):
     assert (tmp_path / "old.db").read_text() == "precious"
 
 
+def test_isam_create_refuses_a_name_that_is_too_long_for_the_files_beside_it(tmp_path):
+    result = create(tmp_path / ("x" * 250))
+    assert result.returncode == 1 and b"unable to open database file" in result.stderr
+    assert list(tmp_path.iterdir()) == []
+
+
 @pytest.mark.parametrize("administrator, password", [("public", b"x\n"), ("", b"x\n"), ("boss", b"")])
 def test_isam_create_refuses_what_makes_no_administrator(tmp_path, administrator, password):
     assert create(tmp_path / "new.db", administrator, password).returncode == 1
