@@ -158,3 +158,8 @@ def test_a_privilege_revoked_between_prepare_and_execute_is_gone(staffed):
     assert narrow_odbc.odbc.SQLExecute(statement) == -1
     assert narrow_odbc.diagnostic(narrow_odbc.SQL_HANDLE_STMT, statement)[0] == "42000"
     connection.close()
+
+
+@pytest.mark.parametrize("statement", ["grant select on shop.stock.none to anna", "revoke all on shop.stock.none from anna"])
+def test_privileges_are_those_of_tables_that_exist(staffed, statement):
+    assert staffed.failure(statement)[0] == "42S02"

@@ -55,11 +55,17 @@ def end_transaction(driver, completion):
     return driver.call("SQLEndTran", short(SQL_HANDLE_DBC), driver.dbc, short(completion))
 
 
-def test_a_transaction_without_room_is_not_committed(table):
-    assert table.call("SQLSetConnectAttr", table.dbc, AUTOCOMMIT, pointer(0), 0) == SQL_SUCCESS
+def set_autocommit(driver, value):
+    return driver.call("SQLSetConnectAttr", driver.dbc, AUTOCOMMIT, pointer(value), 0)
+
+
+@pytest.mark.parametrize("commit", [lambda driver: end_transaction(driver, COMMIT), lambda driver: set_autocommit(driver, 1)],
+                         ids=["commit", "autocommit"])
+def test_a_transaction_without_room_is_not_committed(table, commit):
+    assert set_autocommit(table, 0) == SQL_SUCCESS
     table.execute("insert into T values ('new')")
     with no_room():
-        assert end_transaction(table, COMMIT) == SQL_ERROR
+        assert commit(table) == SQL_ERROR
     assert table.state(SQL_HANDLE_DBC, table.dbc) == "HY000"
     assert end_transaction(table, ROLLBACK) == SQL_SUCCESS
     assert state_of_T(table) == [1, 1, 1, 0]
