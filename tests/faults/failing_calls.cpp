@@ -4,15 +4,15 @@
 // the driver manager and SQLite answer for themselves, and the embedded driver's documented answer to exhausted memory
 // is the end of the process.
 
+#include "tests/support/preloaded.h"
+
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <dlfcn.h>
 #include <fcntl.h>
-#include <link.h>
 #include <poll.h>
 #include <sql.h>
 #include <sqlext.h>
@@ -43,23 +43,6 @@ struct Control {
     Counter counters[calls_at_most];
 };
 
-struct AddressRange {
-    uintptr_t begin, end;
-};
-
-// The first object that is reported is the program.
-int take_program_range(dl_phdr_info *object, size_t, void *out)
-{
-    auto range = static_cast<AddressRange *>(out);
-    for (int i = 0; i < object->dlpi_phnum; i++) {
-        const ElfW(Phdr) &part = object->dlpi_phdr[i];
-        if (part.p_type == PT_LOAD && (part.p_flags & PF_X))
-            *range = {object->dlpi_addr + part.p_vaddr, object->dlpi_addr + part.p_vaddr + part.p_memsz};
-    }
-    return 1;
-}
-
-AddressRange program;
 Control *control;
 
 [[gnu::constructor]] void attach()
@@ -70,15 +53,8 @@ Control *control;
         return;
     void *shared = mmap(nullptr, sizeof(Control), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
     close(file);
-    dl_iterate_phdr(take_program_range, &program);
     if (shared != MAP_FAILED)
         control = static_cast<Control *>(shared);
-}
-
-bool is_program(const void *caller)
-{
-    auto address = reinterpret_cast<uintptr_t>(caller);
-    return address >= program.begin && address < program.end;
 }
 
 uint32_t count(const char *call)
@@ -113,12 +89,6 @@ Result fail(int error, Result result)
 {
     errno = error;
     return result;
-}
-
-template <typename Function>
-Function *next_of(const char *name)
-{
-    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
 }
 
 // "error": the call is not made. "done": it is, and is reported to have failed all the same.

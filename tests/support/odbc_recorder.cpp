@@ -10,17 +10,17 @@
 // handle never comes again. Only calls from the program's own code are written down, told by the return address: the
 // driver manager and its drivers call the same functions for themselves.
 
+#include "tests/support/preloaded.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <initializer_list>
 #include <odbcinst.h>
 #include <sql.h>
 #include <sqlext.h>
 #include <string>
-#include <sys/auxv.h>
 #include <unistd.h>
 
 namespace {
@@ -103,13 +103,6 @@ std::string text_of(const void *text, SQLINTEGER length = SQL_NTS)
     return shown + '"';
 }
 
-bool is_program(void *address)
-{
-    Dl_info caller, program;
-    return dladdr(address, &caller) && dladdr(reinterpret_cast<void *>(getauxval(AT_ENTRY)), &program) &&
-           caller.dli_fbase == program.dli_fbase;
-}
-
 void write_down(const char *function, std::initializer_list<std::string> arguments, const std::string &result)
 {
     const char *path = getenv("ODBC_CALLS");
@@ -143,14 +136,9 @@ bool shall_fail(const char *function, int &called)
     return asked && strcmp(name, function) == 0 && number == called;
 }
 
-template <typename Function> Function *next(Function *, const char *name)
-{
-    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
 }
 
-}
-
-#define NEXT(function) next(function, #function)
+#define NEXT(function) next_of<decltype(::function)>(#function)
 #define RECORDED is_program(__builtin_return_address(0))
 
 SQLRETURN SQL_API SQLAllocHandle(SQLSMALLINT type, SQLHANDLE parent, SQLHANDLE *handle)
