@@ -224,9 +224,12 @@ class Calls:
         for _ in range(count):
             self.row(reader, 3)
 
-    def end_of_submitted_users(self, reader, writer):
+    def end_of_submitted_users(self, reader, writer, shown):
+        """The page with so many users is drawn behind the changes."""
         self.close_cursor(reader)
         self.give_back(reader, writer)
+        self.users_list(shown)
+        self.disconnect()
 
     def give_back(self, *statements):
         self.in_any_order(lambda: [self.free("STMT", statement) for statement in statements])

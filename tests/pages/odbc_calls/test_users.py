@@ -50,9 +50,7 @@ def test_without_a_change_the_users_are_only_read(visitor, expected, compare_cal
     reader, writer = expected.beginning_of_submitted_users()
     expected.users(reader, 5)
     expected.end_of_rows(reader)
-    expected.end_of_submitted_users(reader, writer)
-    expected.users_list(5)
-    expected.disconnect()
+    expected.end_of_submitted_users(reader, writer, shown=5)
     compare_calls(lambda: submitted(visitor, *fields), expected)
 
 
@@ -69,9 +67,7 @@ def test_an_update_is_sent_between_the_user_s_row_and_the_next_whatever_comes_of
     expected.execute(writer, update("mary", "Mary M.", "sheep"), "ERROR" if refused else "SUCCESS")
     expected.users(reader, 1)
     expected.end_of_rows(reader)
-    expected.end_of_submitted_users(reader, writer)
-    expected.users_list(5)
-    expected.disconnect()
+    expected.end_of_submitted_users(reader, writer, shown=5)
     compare_calls(lambda: submitted(visitor, ("mary_password", "sheep"), ("bob_file", "it's bob")), expected)
 
 
@@ -85,9 +81,7 @@ def test_a_new_user_is_inserted_behind_the_last_row_whatever_comes_of_it(
     expected.users(reader, 5)
     expected.end_of_rows(reader)
     expected.execute(writer, insert("carl", "", "clock"), "ERROR" if refused else "SUCCESS")
-    expected.end_of_submitted_users(reader, writer)
-    expected.users_list(5 if refused else 6)
-    expected.disconnect()
+    expected.end_of_submitted_users(reader, writer, shown=5 if refused else 6)
     compare_calls(lambda: submitted(visitor, ("__newuser", "carl"), ("__newpass", "clock")), expected)
 
 
@@ -103,9 +97,7 @@ def test_a_deleted_user_loses_the_rights_on_the_page_s_statements_while_the_user
     expected.change_all(all_at_once("revoke", 'from "mary"'))
     expected.users(reader, 1)
     expected.end_of_rows(reader)
-    expected.end_of_submitted_users(reader, writer)
-    expected.users_list(3)
-    expected.disconnect()
+    expected.end_of_submitted_users(reader, writer, shown=3)
     compare_calls(lambda: submitted(visitor, ("mary_checkbox", "OFF"), ("Abe_checkbox", "OFF")), expected)
 
 
@@ -117,10 +109,22 @@ def test_a_refused_delete_still_revokes(visitor, accounts, expected, compare_cal
     expected.change_all(all_at_once("revoke", 'from "mary"'))
     expected.users(reader, 1)
     expected.end_of_rows(reader)
-    expected.end_of_submitted_users(reader, writer)
-    expected.users_list(5)
-    expected.disconnect()
+    expected.end_of_submitted_users(reader, writer, shown=5)
     compare_calls(lambda: submitted(visitor, ("mary_checkbox", "OFF")), expected)
+
+
+def deleted_and_changed(visitor, expected, compare_calls, revoke):
+    """Bob is deleted and his privileges are revoked, or not quite, as `revoke` expects; Mary's change is applied."""
+    reader, writer = expected.beginning_of_submitted_users()
+    expected.users(reader, 3)
+    expected.execute(writer, delete("bob"))
+    revoke()
+    expected.users(reader, 1)
+    expected.execute(writer, update("mary", "Mary M.", "sheep"))
+    expected.users(reader, 1)
+    expected.end_of_rows(reader)
+    expected.end_of_submitted_users(reader, writer, shown=4)
+    compare_calls(lambda: submitted(visitor, ("bob_checkbox", "OFF"), ("mary_password", "sheep")), expected)
 
 
 def test_a_refused_revocation_ends_those_of_the_user_and_the_next_rows_are_applied(
@@ -129,39 +133,21 @@ def test_a_refused_revocation_ends_those_of_the_user_and_the_next_rows_are_appli
     accounts.refuse("delete", INVOICES)
     accounts.execute(f'grant all on {quoted_name(INVOICES)} to "bob"')
     first, second, *_ = all_at_once("revoke", 'from "bob"')
-    reader, writer = expected.beginning_of_submitted_users()
-    expected.users(reader, 3)
-    expected.execute(writer, delete("bob"))
-    expected.table_list()
-    expected.table()
-    expected.change(first)
-    expected.table()
-    expected.failing_change(second)
-    expected.users(reader, 1)
-    expected.execute(writer, update("mary", "Mary M.", "sheep"))
-    expected.users(reader, 1)
-    expected.end_of_rows(reader)
-    expected.end_of_submitted_users(reader, writer)
-    expected.users_list(4)
-    expected.disconnect()
-    compare_calls(lambda: submitted(visitor, ("bob_checkbox", "OFF"), ("mary_password", "sheep")), expected)
+
+    def revoke():
+        expected.table_list()
+        expected.table()
+        expected.change(first)
+        expected.table()
+        expected.failing_change(second)
+
+    deleted_and_changed(visitor, expected, compare_calls, revoke)
 
 
 def test_without_a_table_list_a_deletion_revokes_nothing_and_the_next_rows_are_applied(
     visitor, expected, compare_calls
 ):
-    reader, writer = expected.beginning_of_submitted_users()
-    expected.users(reader, 3)
-    expected.execute(writer, delete("bob"))
-    expected.failing_table_list()
-    expected.users(reader, 1)
-    expected.execute(writer, update("mary", "Mary M.", "sheep"))
-    expected.users(reader, 1)
-    expected.end_of_rows(reader)
-    expected.end_of_submitted_users(reader, writer)
-    expected.users_list(4)
-    expected.disconnect()
-    compare_calls(lambda: submitted(visitor, ("bob_checkbox", "OFF"), ("mary_password", "sheep")), expected)
+    deleted_and_changed(visitor, expected, compare_calls, expected.failing_table_list)
 
 
 def test_the_administrator_s_password_is_updated_with_the_right_old_one(visitor, expected, compare_calls):
@@ -170,9 +156,7 @@ def test_the_administrator_s_password_is_updated_with_the_right_old_one(visitor,
     expected.execute(writer, update("admin", "Administrator", "new"))
     expected.users(reader, 3)
     expected.end_of_rows(reader)
-    expected.end_of_submitted_users(reader, writer)
-    expected.users_list(5)
-    expected.disconnect()
+    expected.end_of_submitted_users(reader, writer, shown=5)
     compare_calls(lambda: submitted(visitor, ("admin_oldpassword", "manager"), ("admin_password", "new")), expected)
 
 
@@ -250,15 +234,4 @@ def test_a_reset_that_fails_ends_the_page_and_gives_back_what_there_is(visitor, 
 
 
 def test_a_revocation_without_statements_is_given_up_and_the_next_rows_are_applied(visitor, expected, compare_calls):
-    reader, writer = expected.beginning_of_submitted_users()
-    expected.users(reader, 3)
-    expected.execute(writer, delete("bob"))
-    expected.failing_reset()
-    expected.users(reader, 1)
-    expected.execute(writer, update("mary", "Mary M.", "sheep"))
-    expected.users(reader, 1)
-    expected.end_of_rows(reader)
-    expected.end_of_submitted_users(reader, writer)
-    expected.users_list(4)
-    expected.disconnect()
-    compare_calls(lambda: submitted(visitor, ("bob_checkbox", "OFF"), ("mary_password", "sheep")), expected)
+    deleted_and_changed(visitor, expected, compare_calls, expected.failing_reset)
