@@ -36,7 +36,7 @@ where c.relkind in ('r', 'p', 'f', 'v', 'm')
 -- The same in the order of their names. The number of rows is told to the planner in place of a guess: with a small one
 -- the list of rights is joined row by row, which takes minutes where there are many tables, or comes in no order.
 create function tabwarden.tables()
-returns table (schema text, name text, kind text, acl aclitem[])
+returns table (schema name, name name, kind text, acl aclitem[])
 language sql stable rows 50000 set search_path = pg_catalog, pg_temp
 as $$ select r.schema, r.name, r.kind, r.acl from tabwarden.relation r order by r.schema, r.name $$;
 
@@ -56,7 +56,7 @@ select 'dbo_user', pg_get_userbyid(datdba)::text from pg_database where datname 
 -- The roles that the pages may change: neither PostgreSQL's own, nor any that can do more than an ordinary one, be it
 -- as a member of another. A single quote in a name would end the text that the pages put the name into.
 create view tabwarden.managed_role (oid, name, can_log_in, is_administrator) as
-select r.oid, r.rolname::text collate "C", r.rolcanlogin, r.oid = d.datdba
+select r.oid, r.rolname, r.rolcanlogin, r.oid = d.datdba
 from pg_roles r cross join pg_database d
 where d.datname = current_database()
   and strpos(r.rolname::text, '''') = 0
@@ -68,7 +68,7 @@ where d.datname = current_database()
                             and pg_has_role(r.oid, m.oid, 'member')));
 
 create view tabwarden."user" (username, description, password) as
-select name, coalesce(shobj_description(oid, 'pg_authid'), ''), ''
+select name::text collate "C", coalesce(shobj_description(oid, 'pg_authid'), ''), ''
 from tabwarden.managed_role where can_log_in
 union all select 'public', 'Everybody', ''
 order by 1;
