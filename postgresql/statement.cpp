@@ -59,6 +59,35 @@ size_t end_of_quoted(std::string_view text, size_t at, bool backslash_escapes)
     return text.size();
 }
 
+size_t end_of_line(std::string_view text, size_t at)
+{
+    return std::min(text.find_first_of("\r\n", at), text.size());
+}
+
+// Where a text goes on behind its closing quote: at the next quote, if only blanks and line comments stand between, with
+// an end of line among them. npos: nowhere.
+size_t continuation(std::string_view text, size_t at)
+{
+    bool on_other_line = false;
+    for (; at < text.size(); ++at) {
+        if (text.substr(at, 2) == "--")
+            at = end_of_line(text, at);
+        if (at == text.size() || !is_blank(text[at]))
+            break;
+        on_other_line = on_other_line || text[at] == '\n' || text[at] == '\r';
+    }
+    return on_other_line && at < text.size() && text[at] == '\'' ? at : std::string_view::npos;
+}
+
+// A text in which a backslash escapes, in its continuations, too.
+size_t end_of_escaped(std::string_view text, size_t at)
+{
+    size_t end = end_of_quoted(text, at, true);
+    for (size_t next; (next = continuation(text, end)) != std::string_view::npos;)
+        end = end_of_quoted(text, next, true);
+    return end;
+}
+
 // $$...$$ or $word$...$word$; 0 if that is not what begins at `at`.
 size_t end_of_dollar_quoted(std::string_view text, size_t at)
 {
@@ -96,7 +125,7 @@ size_t skip_blanks(std::string_view text, size_t at)
         if (is_blank(text[at]))
             ++at;
         else if (text.substr(at, 2) == "--")
-            at = std::min(text.find_first_of("\r\n", at), text.size());
+            at = end_of_line(text, at);
         else if (text.substr(at, 2) == "/*")
             at = end_of_comment(text, at);
         else
@@ -111,7 +140,7 @@ size_t end_of_token(std::string_view text, size_t at, TokenKind &kind)
     if (text[at] == '\'')
         return end_of_quoted(text, at, false);
     if ((text[at] == 'e' || text[at] == 'E') && at + 1 < text.size() && text[at + 1] == '\'')
-        return end_of_quoted(text, at + 1, true);
+        return end_of_escaped(text, at + 1);
     if (text[at] == '$')
         if (size_t end = end_of_dollar_quoted(text, at))
             return end;
