@@ -9,6 +9,9 @@
 \set ON_ERROR_STOP on
 begin;
 
+-- What somebody has put into another schema must not be taken for PostgreSQL's own.
+set local search_path = pg_catalog, pg_temp;
+
 do $$
 declare
     administrator text := pg_get_userbyid(datdba) from pg_database where datname = current_database();
@@ -62,10 +65,15 @@ where d.datname = current_database()
   and strpos(r.rolname::text, '''') = 0
   and (r.oid = d.datdba
        or r.oid >= 16384
-          and not exists (select from pg_roles m
-                          where (m.rolsuper or m.rolcreaterole or m.rolreplication or m.rolbypassrls
-                                   or m.oid = d.datdba)
-                            and pg_has_role(r.oid, m.oid, 'member')));
+          and not exists (
+              with recursive member_of (oid) as (
+                  select r.oid
+                  union
+                  select m.roleid from member_of join pg_auth_members m on m.member = member_of.oid
+              )
+              select from member_of
+              where (select p.rolsuper or p.rolcreaterole or p.rolreplication or p.rolbypassrls or p.oid = d.datdba
+                     from pg_roles p where p.oid = member_of.oid)));
 
 create view tabwarden."user" (username, description, password) as
 select name::text collate "C", coalesce(shobj_description(oid, 'pg_authid'), ''), ''
