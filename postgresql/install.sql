@@ -139,7 +139,12 @@ begin
         from pg_database d, aclexplode(d.datacl) a
         where a.grantee = role_oid and d.datname = current_database()
     loop
-        execute format('revoke %s from %I', object.what, role_name);
+        begin
+            execute format('revoke %s from %I', object.what, role_name);
+        exception when dependent_objects_still_exist then
+            -- Somebody else has it from the role.
+            null;
+        end;
     end loop;
 end
 $$;
@@ -152,8 +157,8 @@ begin
         raise insufficient_privilege using message = 'the owner of the database is not deleted here';
     end if;
     execute format('alter role %I nologin', old.username);
+    call tabwarden.revoke_everything(old.username);
     begin
-        call tabwarden.revoke_everything(old.username);
         execute format('drop role %I', old.username);
     exception when dependent_objects_still_exist then
         -- What the role owns, has handed on or may do elsewhere is not ours to take. Without its log-in it is listed no more.

@@ -68,12 +68,12 @@ class Sample:
         command = [ROOT / "script" / "private-postgresql", "stop", self.folder / "server"]
         subprocess.run(command, env=WITHOUT_SANITIZERS, check=True)
 
-    def psql(self, user, password, statement):
-        """The outcome of a statement that a program of the user's executes."""
+    def psql(self, user, password, *statements):
+        """The outcome of statements that a program of the user's executes."""
         source = ConfigParser()
         source.read(self.folder / "odbc.ini")
         name = f"host=127.0.0.1 port={source['sample']['Port']} dbname=warehouse user={user} password={password}"
-        command = ["psql", "-X", "-A", "-t", "-c", statement, name]
+        command = ["psql", "-X", "-q", "-A", "-t", "-c", "; ".join(statements), name]
         return subprocess.run(command, env=WITHOUT_SANITIZERS, capture_output=True, text=True)
 
 
@@ -143,3 +143,35 @@ def test_the_next_start_finds_what_was_stored(sample):
     sample.start()
     count = "select count(*) from holiday"
     assert sample.psql("admin", "sample_admin", count).stdout == "2\n"
+
+
+def test_a_deleted_user_who_owns_something_loses_what_was_granted_and_the_log_in(sample):
+    result = sample.psql(
+        "admin",
+        "sample_admin",
+        "begin",
+        "grant leo to admin",
+        "create schema attic authorization leo",
+        "delete from tabwarden.\"user\" where username = 'leo'",
+        "select rolcanlogin from pg_roles where rolname = 'leo'",
+        "select has_table_privilege('leo', 'stock.movement', 'insert'), has_schema_privilege('leo', 'stock', 'usage')",
+        "rollback",
+    )
+    assert (result.stdout, result.stderr) == ("f\nf|f\n", "")
+
+
+def test_a_deleted_user_loses_all_but_what_was_handed_on(sample):
+    result = sample.psql(
+        "admin",
+        "sample_admin",
+        "begin",
+        "grant leo to admin",
+        "grant insert on stock.movement to leo with grant option",
+        "set role leo",
+        "grant insert on stock.movement to anna",
+        "reset role",
+        "delete from tabwarden.\"user\" where username = 'leo'",
+        "select has_table_privilege('leo', 'stock.movement', 'insert'), has_table_privilege('leo', 'notice', 'delete')",
+        "rollback",
+    )
+    assert (result.stdout, result.stderr) == ("t|f\n", "")
