@@ -6,6 +6,8 @@ import pytest
 
 sys.path.insert(0, str(Path(__file__).parent))
 
+from support import kinds  # noqa: E402
+from support.postgresql import PrivatePostgresql  # noqa: E402
 from support.server import REPORTS, RunningServer, install_html, write_product_ini  # noqa: E402
 
 
@@ -50,3 +52,34 @@ def logging_server(installed_html, no_data_sources):
     server = RunningServer(logging=True)
     yield server
     server.stop()
+
+
+@pytest.fixture(scope="session")
+def postgresql_server():
+    server = PrivatePostgresql()
+    yield server
+    server.stop()
+
+
+@pytest.fixture(scope="session", params=["embedded", "postgresql"])
+def prepared_kind(request):
+    """A data source of each kind in turn."""
+    if request.param == "embedded":
+        return kinds.Embedded()
+    return kinds.Postgresql(request.getfixturevalue("postgresql_server"))
+
+
+@pytest.fixture(scope="module")
+def kinds_server(prepared_kind):
+    install_html()
+    write_product_ini()
+    server = RunningServer(environment=prepared_kind.environment)
+    yield server
+    server.stop()
+
+
+@pytest.fixture
+def either(prepared_kind):
+    """The data source with the sample in it."""
+    prepared_kind.reset()
+    return prepared_kind

@@ -4,21 +4,12 @@ import pyodbc
 import pytest
 
 from support import pages
+from support.forms import boxes_of, press
 from support.pages import HELD, INVOICES, NOTES, ORDERS, PRIVILEGES, STOCK, TABLES, quoted_name, rights_page
 from support.statements import OFFERED_USERS, all_at_once, singly
 
 EVERYTHING = {("mary", table): PRIVILEGES for table in TABLES}
 NOTHING = {key: held for key, held in HELD.items() if key[0] != "mary"}
-
-
-def press(visitor, button, boxes=(), user="mary"):
-    """The page after one of its buttons was pressed."""
-    ticked = [(box, "OFF") for box in boxes]
-    return visitor.page([("rights_refresh", ""), ("isamuser", user), *ticked, (button, "pressed")])
-
-
-def boxes_of(table, privileges=PRIVILEGES):
-    return [f"{pages.row_key(*table)}_{privilege}" for privilege in privileges]
 
 
 def changes(source):

@@ -5,6 +5,7 @@ from urllib.parse import quote_plus
 import pytest
 
 from support import pages
+from support.forms import changed, drawn, form
 from support.pages import ORDERS, USERS, error_page, quoted_name
 from support.statements import LISTED_USERS, SORTED_USERS, all_at_once, delete, insert, update
 
@@ -14,30 +15,8 @@ NAME_TOO_LONG = "New username is too long.\n"
 NAME_WITH_QUOTE = "New username cannot contain '."
 
 
-def drawn(users=USERS, administrator="admin"):
-    """The fields that a browser posts from the page as it was drawn."""
-    fields = []
-    for name, description, password in users:
-        fields.append((f"{name}_file", description))
-        fields.append((f"{name}_password", "" if name == administrator else password))
-        if name == administrator:
-            fields.append((f"{name}_oldpassword", ""))
-    return [*fields, ("__newuser", ""), ("__newfile", ""), ("__newpass", "")]
-
-
-def form(changes=(), users=USERS):
-    """The drawn fields with some of them changed or added."""
-    return [("users_refresh", ""), *({**dict(drawn(users)), **dict(changes)}).items(), ("submit_users", "Submit")]
-
-
 def deletion(name):
     return [delete(name), "{SQLTables}", *all_at_once("revoke", f'from "{name}"')]
-
-
-def changed(users, *rows):
-    """The users with some rows put in place of those of the same name, or behind the others."""
-    rows = {row[0]: row for row in rows}
-    return (*(rows.pop(user[0], user) for user in users), *rows.values())
 
 
 # What the user sees

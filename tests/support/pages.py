@@ -329,14 +329,16 @@ def users_page(users=USERS, administrator="admin"):
     return page(choosers(), users_body(rows), USERS_REFRESH)
 
 
-def rights_rows(user, held=HELD, tables=TABLES):
+def rights_rows(user, held=HELD, tables=TABLES, grantors={}):
+    """`grantors`: of tables on which others than the administrator have granted."""
     rows = []
     for table in tables:
         privileges = held.get((user, table), ())
-        grantor, grantee = ("admin", user) if "select" in privileges else ("", "")
+        grantor, grantee = (grantors.get(table, "admin"), user) if "select" in privileges else ("", "")
         rows.append(rights_row(table, privileges, grantor, grantee))
     return rows
 
 
-def rights_page(user, held=HELD, tables=TABLES, users=OFFERED):
-    return page(choosers(user=user, users=users), rights_body(user, rights_rows(user, held, tables)), RIGHTS_REFRESH)
+def rights_page(user, held=HELD, tables=TABLES, users=OFFERED, grantors={}):
+    rows = rights_rows(user, held, tables, grantors)
+    return page(choosers(user=user, users=users), rights_body(user, rows), RIGHTS_REFRESH)

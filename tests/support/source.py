@@ -59,6 +59,25 @@ def run(connection_string, statements, query=None):
         connection.close()
 
 
+def outcomes(connection_string, statements):
+    """What became of each statement: None, or the message of its error."""
+    import pyodbc
+
+    pyodbc.pooling = False
+    connection = pyodbc.connect(connection_string, autocommit=True)
+    errors = []
+    try:
+        for statement in statements:
+            try:
+                connection.execute(statement)
+                errors.append(None)
+            except pyodbc.Error as error:
+                errors.append(error.args[1])
+    finally:
+        connection.close()
+    return errors
+
+
 @dataclass
 class Source:
     """One data source. Statements run as the administrator unless another user is named."""

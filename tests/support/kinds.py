@@ -1,0 +1,240 @@
+"""The two kinds of data source under the same tests: how each is filled, broken and looked into, and what the pages show
+of it. Wherever the two differ, it stands here."""
+
+import pyodbc
+
+from support.pages import USERS, quoted_name
+from support.sample import SampleSource, user_statement
+from support.server import BUILD, ROOT, free_port
+from support.source import ADMINISTRATOR, ODBC_DIR, PASSWORD, list_sources, outcomes, other_process
+
+# The sample: the pages' users, and tables in the order of their names. The second data source cannot be reached.
+
+NAME, UNREACHABLE = "accounts", "branch"
+
+INVOICES = (NAME, "books", "invoices")
+ORDERS = (NAME, "north", "orders")
+STOCK = (NAME, "north", "stock")
+NOTES = (NAME, "public", "notes")
+TABLES = (INVOICES, ORDERS, STOCK, NOTES)
+
+HELD = {("mary", ORDERS): ("select", "update"), ("mary", STOCK): ("insert",), ("public", NOTES): ("select",)}
+
+# A use of each privilege that takes no other one.
+USES = {
+    "select": "select count(*) from {}",
+    "insert": "insert into {} values (1, 'new')",
+    "update": "update {} set word = 'changed'",
+    "delete": "delete from {}",
+}
+
+
+def table_statement(table):
+    return f"create table {quoted_name(table)} (id integer, word varchar(20))"
+
+
+def sql_text(value):
+    return "'" + value.replace("'", "''") + "'"
+
+
+def sql_name(name):
+    return '"' + name.replace('"', '""') + '"'
+
+
+def grant_statement(privilege, table, user):
+    return f"grant {privilege} on {quoted_name(table)} to {user if user == 'public' else sql_name(user)}"
+
+
+def uses(table):
+    return [statement.format(quoted_name(table)) for statement in USES.values()]
+
+
+def allowed(refusals):
+    """The privileges whose uses were not refused."""
+    return tuple(privilege for privilege, refused in zip(USES, refusals, strict=True) if not refused)
+
+
+def held_grants():
+    return [(privilege, *key[::-1]) for key, privileges in HELD.items() for privilege in privileges]
+
+
+class Embedded:
+    """A file of the embedded database, reached through its driver."""
+
+    # What the administrator types as the old password to get a new one.
+    old_password = PASSWORD
+
+    # What the rights page lists as the administrator's own: only what somebody granted.
+    administrators_rights = {}
+
+    # Of tables on which others than the administrator have granted.
+    grantors = {}
+
+    def __init__(self):
+        folder = ODBC_DIR / "embedded"
+        self.environment = list_sources((NAME, UNREACHABLE), folder)
+        self.source = SampleSource(NAME, folder)
+        self.source.prepare(
+            *(user_statement(*user) for user in USERS[1:]),
+            *(table_statement(table) for table in TABLES),
+            *(grant_statement(*grant) for grant in held_grants()),
+        )
+
+    def reset(self):
+        self.source.reset()
+
+    def listed(self, users):
+        """The users as their page lists them: in the order in which they were added, with their passwords."""
+        return users
+
+    def set_password(self, user, password):
+        self.source.change(
+            f'update "nordvale.system.user" set password = {sql_text(password)} where username = {sql_text(user)}'
+        )
+
+    def add_user(self, *user):
+        self.source.execute(user_statement(*user))
+
+    def make_tables(self, *tables):
+        self.source.execute(*(table_statement(table) for table in tables))
+
+    def drop_table(self, table):
+        self.source.execute(f"drop table {quoted_name(table)}")
+
+    def grant(self, user, table, *privileges):
+        self.source.execute(*(grant_statement(privilege, table, user) for privilege in privileges))
+
+    def refuse(self, verb, table):
+        """To grant or to revoke on the table."""
+        self.source.refuse({"grant": "insert", "revoke": "delete"}[verb], table)
+
+    def connection_string(self, user, password):
+        return self.source.connection_string(*("{" + value.replace("}", "}}") + "}" for value in (user, password)))
+
+    def admits(self, user, password):
+        """Whether a connection of the user's own comes about."""
+        try:
+            other_process.submit(outcomes, self.connection_string(user, password), ()).result()
+            return True
+        except pyodbc.Error as error:
+            assert error.args[0] == "28000", error
+            return False
+
+    def allowed(self, user, password, table):
+        """The privileges on the table that the user can use on a connection of its own."""
+        errors = other_process.submit(outcomes, self.connection_string(user, password), uses(table)).result()
+        assert all("does not have the" in error for error in errors if error), errors
+        return allowed(errors)
+
+    def count(self, table):
+        """How many rows the table has."""
+        ((number,),) = self.source.rows(f"select count(*) from {quoted_name(table)}")
+        return number
+
+
+class Postgresql:
+    """A database on a PostgreSQL server, set up and looked into with psql, past the adapter."""
+
+    # The stored password reads empty.
+    old_password = ""
+
+    # Owners hold everything.
+    administrators_rights = {(ADMINISTRATOR, table): tuple(USES) for table in TABLES}
+
+    def __init__(self, server):
+        self.server = server
+        self.environment = self._list_sources(ODBC_DIR / "postgresql")
+        server.execute(
+            f"create role {ADMINISTRATOR} login createrole password {sql_text(PASSWORD)};"
+            f"create database {NAME} owner {ADMINISTRATOR};"
+        )
+        install = (ROOT / "postgresql" / "install.sql").read_text()
+        tables = "".join(self._table_script(table) for table in TABLES)
+        server.execute(install + tables, database=NAME, user=ADMINISTRATOR, password=PASSWORD)
+        server.execute(f"alter database {NAME} rename to prepared")
+
+    def _list_sources(self, folder):
+        folder.mkdir(parents=True, exist_ok=True)
+        driver = BUILD / "postgresql" / "libtabwarden_postgresql.so"
+        (folder / "odbcinst.ini").write_text(f"[NORDVALE_ISAM]\nDriver={driver}\n")
+        (folder / "odbc.ini").write_text(
+            "".join(
+                f"[{name}]\nDriver=NORDVALE_ISAM\nServername=127.0.0.1\nPort={port}\nDatabase={NAME}\n\n"
+                for name, port in ((NAME, self.server.port), (UNREACHABLE, free_port()))
+            )
+        )
+        return {"ODBCSYSINI": str(folder), "ODBCINI": "/dev/null"}
+
+    def _table_script(self, table):
+        return f"create schema if not exists {sql_name(table[1])}; {table_statement(table)};"
+
+    def _role_script(self, name, description, password):
+        return f"alter role {sql_name(name)} password {sql_text(password)};" \
+            f"comment on role {sql_name(name)} is {sql_text(description)};"
+
+    def _grant_script(self, privilege, table, user):
+        statement = grant_statement(privilege, table, user)
+        return f"grant usage on schema {sql_name(table[1])} to {statement.rpartition(' to ')[2]}; {statement};"
+
+    def reset(self):
+        self.grantors = {}
+        self.server.execute(
+            f"drop database if exists {NAME} with (force);"
+            "do $$ declare r name; begin"
+            f"  for r in select rolname from pg_roles where oid >= 16384 and rolname <> '{ADMINISTRATOR}' loop"
+            "    execute format('drop role %I', r);"
+            "  end loop;"
+            "end $$;"
+            f"create database {NAME} template prepared owner {ADMINISTRATOR};"
+            + "".join(f"create role {sql_name(name)} login;" for name, _, _ in USERS[1:])
+            + "".join(self._role_script(*user) for user in USERS)
+            + f"\n\\connect {NAME}\n"
+            + "".join(self._grant_script(*grant) for grant in held_grants())
+        )
+
+    def listed(self, users):
+        """The users as their page lists them: by name, with no passwords."""
+        return tuple((name, description, "") for name, description, _ in sorted(users))
+
+    def set_password(self, user, password):
+        self.server.execute(f"alter role {sql_name(user)} password {sql_text(password)}")
+
+    def add_user(self, name, description, password):
+        self.server.execute(f"create role {sql_name(name)} login;" + self._role_script(name, description, password))
+
+    def make_tables(self, *tables):
+        script = "".join(self._table_script(table) for table in tables)
+        self.server.execute(script, database=NAME, user=ADMINISTRATOR, password=PASSWORD)
+
+    def drop_table(self, table):
+        self.server.execute(f"drop table {quoted_name(table)}", database=NAME)
+
+    def grant(self, user, table, *privileges):
+        script = "".join(self._grant_script(privilege, table, user) for privilege in privileges)
+        self.server.execute(script, database=NAME)
+
+    def refuse(self, verb, table):
+        """To grant or to revoke on the table, as it is another role's, who has granted what is granted on it."""
+        self.server.execute(
+            f"create role warehouse nologin; alter table {quoted_name(table)} owner to warehouse", database=NAME
+        )
+        self.grantors[table] = "warehouse"
+
+    def admits(self, user, password):
+        """Whether a connection of the user's own comes about."""
+        result = self.server.psql("", database=NAME, user=user, password=password)
+        assert result.returncode == 0 or "FATAL: " in result.stderr, result.stderr
+        return result.returncode == 0
+
+    def allowed(self, user, password, table):
+        """The privileges on the table that the user can use on a connection of its own."""
+        script = "".join(f"{statement} \\g /dev/null\n\\echo :SQLSTATE\n" for statement in uses(table))
+        result = self.server.psql(script, database=NAME, user=user, password=password, stop_on_error=False)
+        states = result.stdout.split()
+        assert set(states) <= {"00000", "42501"}, result.stderr
+        return allowed(state != "00000" for state in states)
+
+    def count(self, table):
+        """How many rows the table has."""
+        (number,) = self.server.execute(f"select count(*) from {quoted_name(table)}", database=NAME)
+        return int(number)

@@ -1,0 +1,54 @@
+"""A PostgreSQL server of the tests' own, and the psql that looks into it past the program."""
+
+import os
+import shutil
+import subprocess
+import tempfile
+from pathlib import Path
+
+from support.server import ROOT, free_port
+
+SCRIPT = ROOT / "script" / "private-postgresql"
+PSQL = "/usr/lib/postgresql/15/bin/psql"
+SUPERUSER = "postgres"
+
+
+def environment(**further):
+    """A sanitizer that is preloaded for the driver manager is not meant for PostgreSQL's programs."""
+    return {**{name: value for name, value in os.environ.items() if name != "LD_PRELOAD"}, **further}
+
+
+class PrivatePostgresql:
+    """A running server without other databases and roles than its own."""
+
+    def __init__(self):
+        # Its files belong to the user postgres, who cannot reach into every folder, when root runs the tests.
+        self.folder = Path(tempfile.mkdtemp(prefix="tabwarden-postgresql-", dir="/tmp"))
+        self.port = free_port()
+        try:
+            subprocess.run([SCRIPT, "start", self.folder, str(self.port)], env=environment(), check=True)
+        except BaseException:
+            shutil.rmtree(self.folder)
+            raise
+        self.password = (self.folder / "superuser_password").read_text()
+
+    def stop(self):
+        subprocess.run([SCRIPT, "stop", self.folder], env=environment(), check=True)
+        shutil.rmtree(self.folder)
+
+    def psql(self, script, database=SUPERUSER, user=SUPERUSER, password=None, stop_on_error=True):
+        """What psql leaves behind after the script: exit code, output without headings, errors."""
+        command = [PSQL, "-XAqtw", "-h", "127.0.0.1", "-p", str(self.port), "-d", database, "-U", user, "-f", "-"]
+        return subprocess.run(
+            [*command, *(["-v", "ON_ERROR_STOP=1"] if stop_on_error else [])],
+            input=script,
+            capture_output=True,
+            text=True,
+            env=environment(PGPASSWORD=self.password if password is None else password),
+        )
+
+    def execute(self, script, **where):
+        """The output's lines of a script that must not fail."""
+        result = self.psql(script, **where)
+        assert result.returncode == 0, result.stderr
+        return result.stdout.splitlines()
