@@ -24,6 +24,6 @@ def rights_page(either):
     """The rights page for a user and what is held by whom."""
 
     def compose(user, held=HELD, tables=TABLES, users=OFFERED):
-        return pages.rights_page(user, held, tables, users, either.grantors)
+        return pages.rights_page(user, held, either.ordered(tables), users, either.grantors)
 
     return compose

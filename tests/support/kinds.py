@@ -20,6 +20,25 @@ TABLES = (INVOICES, ORDERS, STOCK, NOTES)
 
 HELD = {("mary", ORDERS): ("select", "update"), ("mary", STOCK): ("insert",), ("public", NOTES): ("select",)}
 
+# Names that mean something else where they are not taken as they are.
+ODD_USERS = ("Mary Ann", "a.b", 'say "it"', "Größe", "MixedCase", "select", "mary;", "{x}", "back\\slash", "-", "n" * 63)
+ODD_TABLES = tuple(
+    (NAME, schema, name)
+    for schema, name in (
+        ("my schema", "my table"),
+        ("a.b", "c.d"),
+        ('the "best"', 'of "all"'),
+        ("Größe", "Übung"),
+        ("north", "ORDERS of Spring"),
+        ("select", "table"),
+        ("it's", "not't"),
+        ("north", "a; drop table notes; --"),
+        ("{x}", "?"),
+        ("north", "nordvale.system.user"),
+        ("s" * 63, "t" * 63),
+    )
+)
+
 # A use of each privilege that takes no other one.
 USES = {
     "select": "select count(*) from {}",
@@ -45,13 +64,15 @@ def grant_statement(privilege, table, user):
     return f"grant {privilege} on {quoted_name(table)} to {user if user == 'public' else sql_name(user)}"
 
 
-def uses(table):
-    return [statement.format(quoted_name(table)) for statement in USES.values()]
+def uses(tables):
+    return [statement.format(quoted_name(table)) for table in tables for statement in USES.values()]
 
 
-def allowed(refusals):
-    """The privileges whose uses were not refused."""
-    return tuple(privilege for privilege, refused in zip(USES, refusals, strict=True) if not refused)
+def allowed(outcomes):
+    """For each table the privileges whose uses succeeded, in the order of uses()."""
+    outcomes = list(outcomes)
+    tables = [outcomes[start : start + len(USES)] for start in range(0, len(outcomes), len(USES))]
+    return [tuple(privilege for privilege, good in zip(USES, table, strict=True) if good) for table in tables]
 
 
 def held_grants():
@@ -87,6 +108,10 @@ class Embedded:
         """The users as their page lists them: in the order in which they were added, with their passwords."""
         return users
 
+    def ordered(self, tables):
+        """The tables as the rights page lists them: without regard to the case of ASCII letters."""
+        return sorted(tables, key=lambda table: [part.encode().lower() for part in table])
+
     def set_password(self, user, password):
         self.source.change(
             f'update "nordvale.system.user" set password = {sql_text(password)} where username = {sql_text(user)}'
@@ -120,11 +145,11 @@ class Embedded:
             assert error.args[0] == "28000", error
             return False
 
-    def allowed(self, user, password, table):
-        """The privileges on the table that the user can use on a connection of its own."""
-        errors = other_process.submit(outcomes, self.connection_string(user, password), uses(table)).result()
+    def allowed(self, user, password, *tables):
+        """For each table the privileges that the user can use on a connection of its own."""
+        errors = other_process.submit(outcomes, self.connection_string(user, password), uses(tables)).result()
         assert all("does not have the" in error for error in errors if error), errors
-        return allowed(errors)
+        return allowed(error is None for error in errors)
 
     def count(self, table):
         """How many rows the table has."""
@@ -144,14 +169,13 @@ class Postgresql:
     def __init__(self, server):
         self.server = server
         self.environment = self._list_sources(ODBC_DIR / "postgresql")
+        self.transaction = 0
         server.execute(
             f"create role {ADMINISTRATOR} login createrole password {sql_text(PASSWORD)};"
             f"create database {NAME} owner {ADMINISTRATOR};"
         )
         install = (ROOT / "postgresql" / "install.sql").read_text()
-        tables = "".join(self._table_script(table) for table in TABLES)
-        server.execute(install + tables, database=NAME, user=ADMINISTRATOR, password=PASSWORD)
-        server.execute(f"alter database {NAME} rename to prepared")
+        server.execute(install, database=NAME, user=ADMINISTRATOR, password=PASSWORD)
 
     def _list_sources(self, folder):
         folder.mkdir(parents=True, exist_ok=True)
@@ -177,24 +201,44 @@ class Postgresql:
         return f"grant usage on schema {sql_name(table[1])} to {statement.rpartition(' to ')[2]}; {statement};"
 
     def reset(self):
+        """Does nothing where the next transaction's number tells that nothing was written since the last time."""
+        next_transaction = "select pg_snapshot_xmax(pg_current_snapshot())"
+        (self.transaction,) = self.server.execute(
+            f"{next_transaction} = '{self.transaction}' as untouched \\gset\n"
+            f"\\if :untouched\n{next_transaction};\n\\q\n\\endif\n"
+            "begin;" + self._sample_script() + f"commit; {next_transaction}",
+            database=NAME,
+        )
         self.grantors = {}
-        self.server.execute(
-            f"drop database if exists {NAME} with (force);"
-            "do $$ declare r name; begin"
-            f"  for r in select rolname from pg_roles where oid >= 16384 and rolname <> '{ADMINISTRATOR}' loop"
-            "    execute format('drop role %I', r);"
+
+    def _sample_script(self):
+        """Leaves nothing but schema tabwarden of what was there."""
+        return (
+            "set local client_min_messages = warning;"
+            "do $$ declare n name; begin"
+            "  for n in select nspname from pg_namespace"
+            "           where nspname !~ '^pg_' and nspname not in ('information_schema', 'tabwarden') loop"
+            "    execute format('drop schema %I cascade', n);"
+            "  end loop;"
+            f"  for n in select rolname from pg_roles where oid >= 16384 and rolname <> '{ADMINISTRATOR}' loop"
+            "    execute format('drop owned by %1$I; drop role %1$I', n);"
             "  end loop;"
             "end $$;"
-            f"create database {NAME} template prepared owner {ADMINISTRATOR};"
+            "create schema public authorization pg_database_owner; grant usage on schema public to public;"
             + "".join(f"create role {sql_name(name)} login;" for name, _, _ in USERS[1:])
             + "".join(self._role_script(*user) for user in USERS)
-            + f"\n\\connect {NAME}\n"
+            + f"set local role {ADMINISTRATOR};"
+            + "".join(self._table_script(table) for table in TABLES)
             + "".join(self._grant_script(*grant) for grant in held_grants())
         )
 
     def listed(self, users):
         """The users as their page lists them: by name, with no passwords."""
         return tuple((name, description, "") for name, description, _ in sorted(users))
+
+    def ordered(self, tables):
+        """The tables as the rights page lists them: by their bytes."""
+        return sorted(tables, key=lambda table: [part.encode() for part in table])
 
     def set_password(self, user, password):
         self.server.execute(f"alter role {sql_name(user)} password {sql_text(password)}")
@@ -226,13 +270,13 @@ class Postgresql:
         assert result.returncode == 0 or "FATAL: " in result.stderr, result.stderr
         return result.returncode == 0
 
-    def allowed(self, user, password, table):
-        """The privileges on the table that the user can use on a connection of its own."""
-        script = "".join(f"{statement} \\g /dev/null\n\\echo :SQLSTATE\n" for statement in uses(table))
+    def allowed(self, user, password, *tables):
+        """For each table the privileges that the user can use on a connection of its own."""
+        script = "".join(f"{statement} \\g /dev/null\n\\echo :SQLSTATE\n" for statement in uses(tables))
         result = self.server.psql(script, database=NAME, user=user, password=password, stop_on_error=False)
         states = result.stdout.split()
-        assert set(states) <= {"00000", "42501"}, result.stderr
-        return allowed(state != "00000" for state in states)
+        assert states and set(states) <= {"00000", "42501"}, result.stderr
+        return allowed(state == "00000" for state in states)
 
     def count(self, table):
         """How many rows the table has."""
