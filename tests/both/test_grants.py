@@ -2,7 +2,6 @@
 
 import pytest
 
-from support import kinds
 from support.forms import boxes_of
 from support.forms import press as press_button
 from support.kinds import HELD, INVOICES, NOTES, ODD_TABLES, ODD_USERS, ORDERS, STOCK, TABLES
@@ -173,9 +172,10 @@ def test_revoke_all_stops_without_a_word_at_the_first_refused_table(press, eithe
     assert abilities("bob") == [(), (), PRIVILEGES, PRIVILEGES]
 
 
+@pytest.mark.parametrize("user", ["nobody", "Mary", "postgres", "pg_read_all_data", "n" * 64])
 @pytest.mark.parametrize("button", ["submit_selection", "rights_grant"])
-def test_a_name_that_is_no_user_s_is_granted_nothing_and_no_error_is_shown(press, rights_page, button):
-    assert press(button, "nobody", all_boxes()) == rights_page("nobody", {})
+def test_a_name_that_is_no_user_s_is_granted_nothing_and_no_error_is_shown(press, rights_page, button, user):
+    assert press(button, user, all_boxes()) == rights_page(user, {})
 
 
 # Names

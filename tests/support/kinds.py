@@ -52,6 +52,10 @@ def table_statement(table):
     return f"create table {quoted_name(table)} (id integer, word varchar(20))"
 
 
+def insertion(table, word):
+    return f"insert into {quoted_name(table)} values (1, {sql_text(word)})"
+
+
 def sql_text(value):
     return "'" + value.replace("'", "''") + "'"
 
@@ -104,6 +108,9 @@ class Embedded:
     def reset(self):
         self.source.reset()
 
+    def shown_password(self, password):
+        return password
+
     def listed(self, users):
         """The users as their page lists them: in the order in which they were added, with their passwords."""
         return users
@@ -150,6 +157,10 @@ class Embedded:
         errors = other_process.submit(outcomes, self.connection_string(user, password), uses(tables)).result()
         assert all("does not have the" in error for error in errors if error), errors
         return allowed(error is None for error in errors)
+
+    def fill(self, table, word):
+        """Puts a row into the table."""
+        self.source.execute(insertion(table, word))
 
     def count(self, table):
         """How many rows the table has."""
@@ -232,6 +243,9 @@ class Postgresql:
             + "".join(self._grant_script(*grant) for grant in held_grants())
         )
 
+    def shown_password(self, password):
+        return ""
+
     def listed(self, users):
         """The users as their page lists them: by name, with no passwords."""
         return tuple((name, description, "") for name, description, _ in sorted(users))
@@ -259,8 +273,11 @@ class Postgresql:
 
     def refuse(self, verb, table):
         """To grant or to revoke on the table, as it is another role's, who has granted what is granted on it."""
+        # PostgreSQL only warns where who must not grant has a right at least.
+        has_a_right = f"grant select on {quoted_name(table)} to {ADMINISTRATOR};" if verb == "grant" else ""
         self.server.execute(
-            f"create role warehouse nologin; alter table {quoted_name(table)} owner to warehouse", database=NAME
+            f"create role warehouse nologin; alter table {quoted_name(table)} owner to warehouse; {has_a_right}",
+            database=NAME,
         )
         self.grantors[table] = "warehouse"
 
@@ -277,6 +294,10 @@ class Postgresql:
         states = result.stdout.split()
         assert states and set(states) <= {"00000", "42501"}, result.stderr
         return allowed(state == "00000" for state in states)
+
+    def fill(self, table, word):
+        """Puts a row into the table."""
+        self.server.execute(insertion(table, word), database=NAME)
 
     def count(self, table):
         """How many rows the table has."""

@@ -1,7 +1,6 @@
 """Embedded data sources for the tests: made anew, looked into, read back."""
 
 import multiprocessing
-import os
 import subprocess
 from concurrent.futures import ProcessPoolExecutor
 from dataclasses import dataclass
@@ -33,11 +32,6 @@ def list_sources(names, folder=ODBC_DIR, other_drivers=()):
         )
     )
     return {"ODBCSYSINI": str(folder), "ODBCINI": "/dev/null"}
-
-
-def configure_odbc(names, folder=ODBC_DIR, other_drivers=()):
-    """Lists the data sources for this process and the programs that it starts."""
-    os.environ.update(list_sources(names, folder, other_drivers))
 
 
 # A driver manager stays with the folder that it first read data sources from, for the life of its process. So the
