@@ -4,7 +4,8 @@ import pytest
 
 from support import pages
 from support.headers import header_block, refusal_block, undated
-from support.kinds import UNREACHABLE
+from support.kinds import ODD_USERS, UNREACHABLE
+from support.pages import USERS
 from support.source import ADMINISTRATOR, PASSWORD
 
 REFUSED = refusal_block() + pages.REFUSAL.encode()
@@ -77,6 +78,18 @@ def test_a_password_is_taken_as_it_is(log_in, accepted, either, password):
     assert log_in(ADMINISTRATOR, password) == accepted
     assert log_in(ADMINISTRATOR, password + "x") == REFUSED
     assert log_in(ADMINISTRATOR, PASSWORD) == REFUSED
+
+
+@pytest.mark.parametrize(
+    "name", [*ODD_USERS, "{", "}", "a}b;c", "50%25", "a+b", " blanks around ", "a=b", "x;UID=admin"]
+)
+def test_the_administrator_s_name_is_taken_as_it_is(visitor, either, name):
+    either.rename_administrator(name)
+    users = either.listed(((name, *USERS[0][1:]), *USERS[1:]))
+    page = visitor.page([("users.x", "1")], user=name)
+    assert page == pages.users_page(users, administrator=name)
+    assert undated(visitor.post(user=name, password="wrong")) == REFUSED
+    assert undated(visitor.post(user=ADMINISTRATOR)) == REFUSED
 
 
 @pytest.mark.parametrize(

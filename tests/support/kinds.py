@@ -124,6 +124,12 @@ class Embedded:
             f'update "nordvale.system.user" set password = {sql_text(password)} where username = {sql_text(user)}'
         )
 
+    def rename_administrator(self, name):
+        self.source.change(
+            f'update "nordvale.system.sysinfo" set "VALUE" = {sql_text(name)};'
+            f'update "nordvale.system.user" set username = {sql_text(name)} where username = \'{ADMINISTRATOR}\''
+        )
+
     def add_user(self, *user):
         self.source.execute(user_statement(*user))
 
@@ -226,7 +232,8 @@ class Postgresql:
         """Leaves nothing but schema tabwarden of what was there."""
         return (
             "set local client_min_messages = warning;"
-            "do $$ declare n name; begin"
+            "do $$ declare n name := datdba::regrole from pg_database where datname = current_database(); begin"
+            f"  if n <> '{ADMINISTRATOR}' then execute 'alter role ' || n || ' rename to {ADMINISTRATOR}'; end if;"
             "  for n in select nspname from pg_namespace"
             "           where nspname !~ '^pg_' and nspname not in ('information_schema', 'tabwarden') loop"
             "    execute format('drop schema %I cascade', n);"
@@ -257,6 +264,9 @@ class Postgresql:
     def set_password(self, user, password):
         self.server.execute(f"alter role {sql_name(user)} password {sql_text(password)}")
 
+    def rename_administrator(self, name):
+        self.server.execute(f"alter role {ADMINISTRATOR} rename to {sql_name(name)}")
+
     def add_user(self, name, description, password):
         self.server.execute(f"create role {sql_name(name)} login;" + self._role_script(name, description, password))
 
@@ -273,7 +283,7 @@ class Postgresql:
 
     def refuse(self, verb, table):
         """To grant or to revoke on the table, as it is another role's, who has granted what is granted on it."""
-        # PostgreSQL only warns where who must not grant has a right at least.
+        # Where the administrator has a right at least, PostgreSQL only warns of a grant that comes to nothing.
         has_a_right = f"grant select on {quoted_name(table)} to {ADMINISTRATOR};" if verb == "grant" else ""
         self.server.execute(
             f"create role warehouse nologin; alter table {quoted_name(table)} owner to warehouse; {has_a_right}",
