@@ -1,5 +1,5 @@
-"""The two kinds of data source under the same tests: how each is filled, broken and looked into, and what the pages show
-of it. Wherever the two differ, it stands here."""
+"""The two kinds of data source under the same tests: how each is filled, broken and looked into, and what the pages
+show of it. Wherever the two differ, it stands here."""
 
 import pyodbc
 
@@ -21,7 +21,7 @@ TABLES = (INVOICES, ORDERS, STOCK, NOTES)
 HELD = {("mary", ORDERS): ("select", "update"), ("mary", STOCK): ("insert",), ("public", NOTES): ("select",)}
 
 # Names that mean something else where they are not taken as they are.
-ODD_USERS = ("Mary Ann", "a.b", 'say "it"', "Größe", "MixedCase", "select", "mary;", "{x}", "back\\slash", "-", "n" * 63)
+ODD_USERS = ("Mary Ann", "a.b", 'say "it"', "Größe", "MixedCase", "select", "mary;", "{x}", "back\\", "-", "n" * 63)
 ODD_TABLES = tuple(
     (NAME, schema, name)
     for schema, name in (
