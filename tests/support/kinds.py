@@ -185,7 +185,9 @@ class Postgresql:
 
     def __init__(self, server):
         self.server = server
-        self.environment = self._list_sources(ODBC_DIR / "postgresql")
+        # With what libpq would take in place of a user name or password that was left empty.
+        trap = {"PGUSER": ADMINISTRATOR, "PGPASSWORD": PASSWORD}
+        self.environment = {**self._list_sources(ODBC_DIR / "postgresql"), **trap}
         self.transaction = 0
         server.execute(
             f"create role {ADMINISTRATOR} login createrole password {sql_text(PASSWORD)};"
