@@ -11,6 +11,7 @@ from selenium.webdriver.support.ui import Select, WebDriverWait
 
 from support.kinds import NAME, ORDERS, STOCK
 from support.pages import quoted_name
+from support.server import uninstrumented
 from support.source import ADMINISTRATOR, PASSWORD
 
 
@@ -38,9 +39,7 @@ def browser():
             f"--user-data-dir={profile}",
         ):
             options.add_argument(argument)
-        # A sanitizer that is preloaded for the driver manager is not meant for the browser.
-        environment = {name: value for name, value in os.environ.items() if name != "LD_PRELOAD"}
-        service = webdriver.chrome.service.Service("/usr/bin/chromedriver", env=environment)
+        service = webdriver.chrome.service.Service("/usr/bin/chromedriver", env=uninstrumented())
         driver = webdriver.Chrome(service=service, options=options)
         yield driver
         driver.quit()

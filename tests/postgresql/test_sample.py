@@ -10,10 +10,7 @@ import pytest
 
 from support import pages
 from support.sample import Visitor
-from support.server import BUILD, ROOT, RunningServer, install_html, write_product_ini
-
-# A sanitizer that is preloaded for the driver is not meant for PostgreSQL.
-WITHOUT_SANITIZERS = {name: value for name, value in os.environ.items() if name != "LD_PRELOAD"}
+from support.server import BUILD, ROOT, RunningServer, install_html, uninstrumented, write_product_ini
 
 USERS = (
     ("anna", "Anna Berger, accounts"),
@@ -62,11 +59,11 @@ class Sample:
 
     def start(self):
         command = [ROOT / "script" / "sample-postgresql", self.folder, BUILD]
-        subprocess.run(command, env=WITHOUT_SANITIZERS, stdout=subprocess.DEVNULL, check=True)
+        subprocess.run(command, env=uninstrumented(), stdout=subprocess.DEVNULL, check=True)
 
     def stop(self):
         command = [ROOT / "script" / "private-postgresql", "stop", self.folder / "server"]
-        subprocess.run(command, env=WITHOUT_SANITIZERS, check=True)
+        subprocess.run(command, env=uninstrumented(), check=True)
 
     def psql(self, user, password, *statements):
         """The outcome of statements that a program of the user's executes."""
@@ -74,7 +71,7 @@ class Sample:
         source.read(self.folder / "odbc.ini")
         name = f"host=127.0.0.1 port={source['sample']['Port']} dbname=warehouse user={user} password={password}"
         command = ["psql", "-X", "-q", "-A", "-t", "-c", "; ".join(statements), name]
-        return subprocess.run(command, env=WITHOUT_SANITIZERS, capture_output=True, text=True)
+        return subprocess.run(command, env=uninstrumented(), capture_output=True, text=True)
 
 
 @pytest.fixture(scope="module")

@@ -1,21 +1,15 @@
 """A PostgreSQL server of the tests' own, and the psql that looks into it past the program."""
 
-import os
 import shutil
 import subprocess
 import tempfile
 from pathlib import Path
 
-from support.server import ROOT, free_port
+from support.server import ROOT, free_port, uninstrumented
 
 SCRIPT = ROOT / "script" / "private-postgresql"
 PSQL = "/usr/lib/postgresql/15/bin/psql"
 SUPERUSER = "postgres"
-
-
-def environment(**further):
-    """A sanitizer that is preloaded for the driver manager is not meant for PostgreSQL's programs."""
-    return {**{name: value for name, value in os.environ.items() if name != "LD_PRELOAD"}, **further}
 
 
 class PrivatePostgresql:
@@ -26,14 +20,14 @@ class PrivatePostgresql:
         self.folder = Path(tempfile.mkdtemp(prefix="tabwarden-postgresql-", dir="/tmp"))
         self.port = free_port()
         try:
-            subprocess.run([SCRIPT, "start", self.folder, str(self.port)], env=environment(), check=True)
+            subprocess.run([SCRIPT, "start", self.folder, str(self.port)], env=uninstrumented(), check=True)
         except BaseException:
             shutil.rmtree(self.folder)
             raise
         self.password = (self.folder / "superuser_password").read_text()
 
     def stop(self):
-        subprocess.run([SCRIPT, "stop", self.folder], env=environment(), check=True)
+        subprocess.run([SCRIPT, "stop", self.folder], env=uninstrumented(), check=True)
         shutil.rmtree(self.folder)
 
     def psql(self, script, database=SUPERUSER, user=SUPERUSER, password=None, stop_on_error=True):
@@ -44,7 +38,7 @@ class PrivatePostgresql:
             input=script,
             capture_output=True,
             text=True,
-            env=environment(PGPASSWORD=self.password if password is None else password),
+            env=uninstrumented(PGPASSWORD=self.password if password is None else password),
         )
 
     def execute(self, script, **where):

@@ -37,6 +37,11 @@ def write_product_ini(log_dir=LOG_DIR):
     PRODUCT_INI.write_text(f"[Settings]\nLogDir={log_dir}\n")
 
 
+def uninstrumented(**further):
+    """The environment of others' programs, which a sanitizer preloaded for the driver manager is not meant for."""
+    return {**{name: value for name, value in os.environ.items() if name != "LD_PRELOAD"}, **further}
+
+
 def free_port():
     with socket.socket() as probe:
         probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
