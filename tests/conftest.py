@@ -55,7 +55,7 @@ def logging_server(installed_html, no_data_sources):
 
 
 @pytest.fixture(scope="session")
-def postgresql_server():
+def postgresql():
     server = PrivatePostgresql()
     yield server
     server.stop()
@@ -66,7 +66,7 @@ def prepared_kind(request):
     """A data source of each kind in turn."""
     if request.param == "embedded":
         return kinds.Embedded()
-    return kinds.Postgresql(request.getfixturevalue("postgresql_server"))
+    return kinds.Postgresql(request.getfixturevalue("postgresql"))
 
 
 @pytest.fixture(scope="module")
