@@ -1,11 +1,13 @@
 """The two kinds of data source under the same tests: how each is filled, broken and looked into, and what the pages
 show of it. Wherever the two differ, it stands here."""
 
+from socket import socket
+
 import pyodbc
 
 from support.pages import USERS, quoted_name
 from support.sample import SampleSource, user_statement
-from support.server import BUILD, ROOT, free_port
+from support.server import BUILD, ROOT
 from support.source import ADMINISTRATOR, ODBC_DIR, PASSWORD, list_sources, outcomes, other_process
 
 # The sample: the pages' users, and tables in the order of their names. The second data source cannot be reached.
@@ -86,8 +88,9 @@ def held_grants():
 class Embedded:
     """A file of the embedded database, reached through its driver."""
 
-    # What the administrator types as the old password to get a new one.
+    # What the administrator types as the old password to get a new one, and what is refused.
     old_password = PASSWORD
+    wrong_old_passwords = ("", "wrong", PASSWORD.upper(), PASSWORD + " ")
 
     # What the rights page lists as the administrator's own: only what somebody granted.
     administrators_rights = {}
@@ -177,14 +180,18 @@ class Embedded:
 class Postgresql:
     """A database on a PostgreSQL server, set up and looked into with psql, past the adapter."""
 
-    # The stored password reads empty.
+    # The stored password reads empty, so that only an empty one equals it.
     old_password = ""
+    wrong_old_passwords = (" ", "wrong", PASSWORD)
 
     # Owners hold everything.
     administrators_rights = {(ADMINISTRATOR, table): tuple(USES) for table in TABLES}
 
     def __init__(self, server):
         self.server = server
+        # Refuses connections, and is nobody else's while it is open.
+        self.closed_port = socket()
+        self.closed_port.bind(("127.0.0.1", 0))
         # With what libpq would take in place of a user name or password that was left empty.
         trap = {"PGUSER": ADMINISTRATOR, "PGPASSWORD": PASSWORD}
         self.environment = {**self._list_sources(ODBC_DIR / "postgresql"), **trap}
@@ -203,7 +210,7 @@ class Postgresql:
         (folder / "odbc.ini").write_text(
             "".join(
                 f"[{name}]\nDriver=NORDVALE_ISAM\nServername=127.0.0.1\nPort={port}\nDatabase={NAME}\n\n"
-                for name, port in ((NAME, self.server.port), (UNREACHABLE, free_port()))
+                for name, port in ((NAME, self.server.port), (UNREACHABLE, self.closed_port.getsockname()[1]))
             )
         )
         return {"ODBCSYSINI": str(folder), "ODBCINI": "/dev/null"}
@@ -212,8 +219,8 @@ class Postgresql:
         return f"create schema if not exists {sql_name(table[1])}; {table_statement(table)};"
 
     def _role_script(self, name, description, password):
-        return f"alter role {sql_name(name)} password {sql_text(password)};" \
-            f"comment on role {sql_name(name)} is {sql_text(description)};"
+        role = sql_name(name)
+        return f"alter role {role} password {sql_text(password)}; comment on role {role} is {sql_text(description)};"
 
     def _grant_script(self, privilege, table, user):
         statement = grant_statement(privilege, table, user)
@@ -234,8 +241,10 @@ class Postgresql:
         """Leaves nothing but schema tabwarden of what was there."""
         return (
             "set local client_min_messages = warning;"
-            "do $$ declare n name := datdba::regrole from pg_database where datname = current_database(); begin"
-            f"  if n <> '{ADMINISTRATOR}' then execute 'alter role ' || n || ' rename to {ADMINISTRATOR}'; end if;"
+            "do $$ declare n name := pg_get_userbyid(datdba) from pg_database where datname = current_database(); begin"
+            f"  if n <> '{ADMINISTRATOR}' then"
+            f"    execute format('alter role %I rename to {ADMINISTRATOR}', n);"
+            "  end if;"
             "  for n in select nspname from pg_namespace"
             "           where nspname !~ '^pg_' and nspname not in ('information_schema', 'tabwarden') loop"
             "    execute format('drop schema %I cascade', n);"
