@@ -24,8 +24,8 @@ $$;
 
 create schema tabwarden;
 
--- Who changes something first locks this table, because two grants on one table at once fail in PostgreSQL. It is
--- nobody else's to lock, as an advisory lock would be.
+-- Who changes something first locks this table, because two changes of one role, or of the rights on one object, fail in
+-- PostgreSQL when they are made at once. It is nobody else's to lock, as an advisory lock would be.
 create table tabwarden.turn ();
 
 -- Every table and view of the users, the owner's own rights written out.
@@ -107,6 +107,7 @@ begin
     if new.username is distinct from old.username then
         raise feature_not_supported using message = 'users are not renamed here';
     end if;
+    lock table tabwarden.turn in exclusive mode;
     if new.password <> '' then
         execute format('alter role %I password %L', old.username, new.password);
     end if;
@@ -119,13 +120,12 @@ $$;
 
 -- Takes back from a role what the pages can have granted in this database, as far as the administrator can.
 create procedure tabwarden.revoke_everything(role_name text)
-language plpgsql set search_path = pg_catalog, pg_temp set lock_timeout = '10s'
+language plpgsql set search_path = pg_catalog, pg_temp
 as $$
 declare
     role_oid oid := to_regrole(quote_ident(role_name));
     object record;
 begin
-    lock table tabwarden.turn in exclusive mode;
     for object in
         select format('all on %I.%I', r.schema, r.name) as what
         from tabwarden.relation r, aclexplode(r.acl) a
@@ -156,6 +156,7 @@ begin
     if exists (select from tabwarden.managed_role where name = old.username and is_administrator) then
         raise insufficient_privilege using message = 'the owner of the database is not deleted here';
     end if;
+    lock table tabwarden.turn in exclusive mode;
     execute format('alter role %I nologin', old.username);
     call tabwarden.revoke_everything(old.username);
     begin
@@ -218,17 +219,21 @@ $$;
 
 -- A grantee can only use a table whose schema and database are open to it. Everybody's way into a database is left as
 -- it is: who closed it had a reason.
-create procedure tabwarden.open_way(schema_name name, role_oid oid, grantee text)
+create procedure tabwarden.open_way(schema_name name, role_oid oid, role_name name)
 language plpgsql set search_path = pg_catalog, pg_temp
 as $$
-declare
-    role_name name := case role_oid when 0 then 'public' else pg_get_userbyid(role_oid) end;
 begin
     if not has_schema_privilege(role_name, schema_name, 'usage') then
-        execute format('grant usage on schema %I to %s', schema_name, grantee);
+        lock table tabwarden.turn in exclusive mode;
+        execute format('grant usage on schema %I to %I', schema_name, role_name);
+        -- PostgreSQL only warns where the administrator has no right to grant.
+        if not has_schema_privilege(role_name, schema_name, 'usage') then
+            raise insufficient_privilege using message = format('no right to grant usage on schema %I', schema_name);
+        end if;
     end if;
     if role_oid <> 0 and not has_database_privilege(role_oid, current_database(), 'connect') then
-        execute format('grant connect on database %I to %s', current_database(), grantee);
+        lock table tabwarden.turn in exclusive mode;
+        execute format('grant connect on database %I to %I', current_database(), role_name);
     end if;
 end
 $$;
@@ -243,23 +248,24 @@ declare
     -- All but references, truncate and trigger: who may make a trigger has code run as whoever changes the table.
     wanted text[] := case privilege when 'all' then '{SELECT,INSERT,UPDATE,DELETE}' else array[upper(privilege)] end;
     role_oid oid := tabwarden.grantee_oid(grantee);
+    role_name name := case role_oid when 0 then 'public' else pg_get_userbyid(role_oid) end;
     relation tabwarden.relation := tabwarden.relation_of(table_name);
     held text[] := tabwarden.held(relation.oid, role_oid);
 begin
     if verb = 'grant' then
-        call tabwarden.open_way(relation.schema, role_oid, grantee);
+        call tabwarden.open_way(relation.schema, role_oid, role_name);
         if held @> wanted then
             return;
         end if;
         lock table tabwarden.turn in exclusive mode;
-        execute format('grant %s on %I.%I to %s', array_to_string(wanted, ', '), relation.schema, relation.name, grantee);
-        -- PostgreSQL only warns where the administrator has no right to grant.
+        execute format('grant %s on %I.%I to %I', array_to_string(wanted, ', '), relation.schema, relation.name, role_name);
+        -- Here, too, PostgreSQL may only have warned.
         if not tabwarden.held(relation.oid, role_oid) @> wanted then
             raise insufficient_privilege using message = format('no right to grant on %s', table_name);
         end if;
     elsif privilege = 'all' and held <> '{}' or held && wanted then
         lock table tabwarden.turn in exclusive mode;
-        execute format('revoke %s on %I.%I from %s', privilege, relation.schema, relation.name, grantee);
+        execute format('revoke %s on %I.%I from %I', privilege, relation.schema, relation.name, role_name);
     end if;
 end
 $$;

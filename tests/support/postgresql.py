@@ -32,14 +32,26 @@ class PrivatePostgresql:
 
     def psql(self, script, database=SUPERUSER, user=SUPERUSER, password=None, stop_on_error=True):
         """What psql leaves behind after the script: exit code, output without headings, errors."""
-        command = [PSQL, "-XAqtw", "-h", "127.0.0.1", "-p", str(self.port), "-d", database, "-U", user, "-f", "-"]
         return subprocess.run(
-            [*command, *(["-v", "ON_ERROR_STOP=1"] if stop_on_error else [])],
+            [*self._command(database, user), *(["-v", "ON_ERROR_STOP=1"] if stop_on_error else [])],
             input=script,
             capture_output=True,
             text=True,
             env=uninstrumented(PGPASSWORD=self.password if password is None else password),
         )
+
+    def open_psql(self, database, user, password):
+        """A psql that reads its script from a pipe and stops at the first error."""
+        return subprocess.Popen(
+            [*self._command(database, user), "-v", "ON_ERROR_STOP=1"],
+            stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE,
+            text=True,
+            env=environment(PGPASSWORD=password),
+        )
+
+    def _command(self, database, user):
+        return [PSQL, "-XAqtw", "-h", "127.0.0.1", "-p", str(self.port), "-d", database, "-U", user, "-f", "-"]
 
     def execute(self, script, **where):
         """The output's lines of a script that must not fail."""

@@ -1,0 +1,85 @@
+"""Databases of a test's own on a PostgreSQL server, and the data sources that name them."""
+
+import os
+from contextlib import contextmanager
+
+from support.kinds import sql_name, sql_text
+from support.server import BUILD, ROOT
+from support.source import ADMINISTRATOR, ODBC_DIR, PASSWORD
+
+FOLDER = ODBC_DIR / "postgresql_only"
+ENVIRONMENT = {"ODBCSYSINI": str(FOLDER), "ODBCINI": "/dev/null"}
+DRIVER = BUILD / "postgresql" / "libtabwarden_postgresql.so"
+INSTALL = (ROOT / "postgresql" / "install.sql").read_text()
+REMOVE = (ROOT / "postgresql" / "remove.sql").read_text()
+
+ALL = {"select", "insert", "update", "delete"}
+
+
+def list_sources(server, **sources):
+    """Data sources with these lines of their own, which outweigh the others."""
+    FOLDER.mkdir(parents=True, exist_ok=True)
+    (FOLDER / "odbcinst.ini").write_text(f"[NORDVALE_ISAM]\nDriver={DRIVER}\n")
+    text = ""
+    for name, lines in sources.items():
+        settings = {"Driver": "NORDVALE_ISAM", "Servername": "127.0.0.1", "Port": server.port, "Database": name, **lines}
+        text += f"[{name}]\n" + "".join(f"{key}={value}\n" for key, value in settings.items()) + "\n"
+    (FOLDER / "odbc.ini").write_text(text)
+
+
+def find_sources():
+    """In this process, too."""
+    os.environ.update(ENVIRONMENT)
+
+
+class Session:
+    def __init__(self, process):
+        self.process = process
+
+    def do(self, script):
+        self.process.stdin.write(f"{script}\n\\echo done\n")
+        self.process.stdin.flush()
+        while (line := self.process.stdout.readline()) != "done\n":
+            assert line
+
+
+class Database:
+    """A database as its owner, its users and the superuser reach it with psql, past the program."""
+
+    def __init__(self, server, name):
+        self.server = server
+        self.name = name
+
+    def install(self):
+        self.as_administrator(INSTALL)
+
+    def as_superuser(self, script):
+        return self.server.execute(script, database=self.name)
+
+    def as_administrator(self, script):
+        return self.server.execute(script, database=self.name, user=ADMINISTRATOR, password=PASSWORD)
+
+    def try_as(self, user, password, script):
+        """psql's result of a script that goes on after errors."""
+        return self.server.psql(script, database=self.name, user=user, password=password, stop_on_error=False)
+
+    @contextmanager
+    def session(self):
+        """psql as the administrator for the steps of a test, each done before the next."""
+        with self.server.open_psql(self.name, ADMINISTRATOR, PASSWORD) as process:
+            yield Session(process)
+
+    def states(self, user, password, *statements):
+        """The SQLSTATE in which each statement ends."""
+        script = "".join(f"{statement}\n\\g /dev/null\n\\echo :SQLSTATE\n" for statement in statements)
+        return self.try_as(user, password, script).stdout.split()
+
+    def held(self, user):
+        """"schema.table" with the privileges on it, of all tables on which something was granted to the user."""
+        lines = self.as_superuser(
+            "select n.nspname || '.' || c.relname, string_agg(distinct lower(a.privilege_type), ' ')"
+            " from pg_class c join pg_namespace n on n.oid = c.relnamespace, aclexplode(c.relacl) a"
+            f" where a.grantee = {sql_text(sql_name(user))}::regrole and a.grantee <> c.relowner"
+            " and n.nspname <> 'tabwarden' group by 1"
+        )
+        return {table: set(privileges.split()) for table, _, privileges in (line.rpartition("|") for line in lines)}
