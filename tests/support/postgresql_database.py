@@ -22,7 +22,8 @@ def list_sources(server, **sources):
     (FOLDER / "odbcinst.ini").write_text(f"[NORDVALE_ISAM]\nDriver={DRIVER}\n")
     text = ""
     for name, lines in sources.items():
-        settings = {"Driver": "NORDVALE_ISAM", "Servername": "127.0.0.1", "Port": server.port, "Database": name, **lines}
+        settings = {"Driver": "NORDVALE_ISAM", "Servername": "127.0.0.1", "Port": server.port, "Database": name}
+        settings.update(lines)
         text += f"[{name}]\n" + "".join(f"{key}={value}\n" for key, value in settings.items()) + "\n"
     (FOLDER / "odbc.ini").write_text(text)
 
