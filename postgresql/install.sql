@@ -8,6 +8,8 @@
 
 \set ON_ERROR_STOP on
 begin;
+-- The owner's own path may lead to functions and operators of users that fit what is written here better.
+set local search_path = pg_catalog, pg_temp;
 
 -- What somebody has put into another schema must not be taken for PostgreSQL's own.
 set local search_path = pg_catalog, pg_temp;
@@ -270,7 +272,22 @@ begin
 end
 $$;
 
-revoke all on all tables in schema tabwarden from public;
-revoke all on all routines in schema tabwarden from public;
+-- PostgreSQL gives functions to everybody, and whatever the owner's default privileges say to whomever they name.
+do $$
+declare
+    grantee name;
+begin
+    for grantee in
+        select 'public'
+        union select pg_get_userbyid(a.grantee)
+        from pg_default_acl d, aclexplode(d.defaclacl) a
+        where pg_get_userbyid(d.defaclrole) = current_user and a.grantee <> 0 and a.grantee <> d.defaclrole
+    loop
+        execute format('revoke all on schema tabwarden from %I cascade', grantee);
+        execute format('revoke all on all tables in schema tabwarden from %I cascade', grantee);
+        execute format('revoke all on all routines in schema tabwarden from %I cascade', grantee);
+    end loop;
+end
+$$;
 
 commit;

@@ -3,6 +3,7 @@
 
 \set ON_ERROR_STOP on
 begin;
+set local search_path = pg_catalog, pg_temp;
 
 drop procedure tabwarden.change_privilege, tabwarden.open_way;
 drop function tabwarden.held, tabwarden.relation_of, tabwarden.grantee_oid;
