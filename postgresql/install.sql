@@ -129,13 +129,13 @@ declare
     object record;
 begin
     for object in
-        select format('all on %I.%I', r.schema, r.name) as what
+        select format('%s on %I.%I', a.privilege_type, r.schema, r.name) as what
         from tabwarden.relation r, aclexplode(r.acl) a
-        where a.grantee = role_oid and r.owner <> role_oid and pg_has_role(r.owner, 'usage')
+        where a.grantee = role_oid and r.owner <> role_oid and pg_has_role(a.grantor, 'usage')
         union
         select format('usage on schema %I', n.nspname)
         from pg_namespace n, aclexplode(n.nspacl) a
-        where a.grantee = role_oid and n.nspowner <> role_oid and pg_has_role(n.nspowner, 'usage')
+        where a.grantee = role_oid and n.nspowner <> role_oid and pg_has_role(a.grantor, 'usage')
         union
         select format('connect on database %I', d.datname)
         from pg_database d, aclexplode(d.datacl) a
@@ -164,7 +164,7 @@ begin
     begin
         execute format('drop role %I', old.username);
     exception when dependent_objects_still_exist then
-        -- What the role owns, has handed on or may do elsewhere is not ours to take. Without its log-in it is listed no more.
+        -- What the role owns or may do elsewhere is not ours to take. Without its log-in it is listed no more.
         null;
     end;
     return old;

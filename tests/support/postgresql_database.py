@@ -65,9 +65,9 @@ class Database:
         return self.server.psql(script, database=self.name, user=user, password=password, stop_on_error=False)
 
     @contextmanager
-    def session(self):
-        """psql as the administrator for the steps of a test, each done before the next."""
-        with self.server.open_psql(self.name, ADMINISTRATOR, PASSWORD) as process:
+    def session(self, user=ADMINISTRATOR, password=PASSWORD):
+        """psql for the steps of a test, each done before the next."""
+        with self.server.open_psql(self.name, user, password) as process:
             yield Session(process)
 
     def states(self, user, password, *statements):
