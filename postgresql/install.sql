@@ -58,12 +58,13 @@ group by t.schema, t.name, 5, a.privilege_type;
 create view tabwarden.sysinfo (attribute, "VALUE") as
 select 'dbo_user', pg_get_userbyid(datdba)::text from pg_database where datname = current_database();
 
--- The roles that the pages may change: neither PostgreSQL's own, nor any that can do more than an ordinary one, be it
--- as a member of another. A single quote in a name would end the text that the pages put the name into.
-create view tabwarden.managed_role (oid, name, can_log_in, is_administrator) as
-select r.oid, r.rolname, r.rolcanlogin, r.oid = d.datdba
+-- The roles that the pages may change: those that log in, but neither PostgreSQL's own, nor any that can do more than an
+-- ordinary one, be it as a member of another. A single quote in a name would end the text that the pages put the name into.
+create view tabwarden.managed_role (oid, name, is_administrator) as
+select r.oid, r.rolname, r.oid = d.datdba
 from pg_roles r cross join pg_database d
 where d.datname = current_database()
+  and r.rolcanlogin
   and strpos(r.rolname::text, '''') = 0
   and (r.oid = d.datdba
        or r.oid >= 16384
@@ -79,7 +80,7 @@ where d.datname = current_database()
 
 create view tabwarden."user" (username, description, password) as
 select name::text collate "C", coalesce(shobj_description(oid, 'pg_authid'), ''), ''
-from tabwarden.managed_role where can_log_in
+from tabwarden.managed_role
 union all select 'public', 'Everybody', ''
 order by 1;
 

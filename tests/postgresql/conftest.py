@@ -14,11 +14,13 @@ from support.server import RunningServer, install_html, write_product_ini
 from support.source import ADMINISTRATOR, PASSWORD, outcomes
 
 # Back to a server with the administrator and its prepared database only.
-CLEAN = """
+CLEAN = f"""
 select format('drop database %I with (force)', datname) from pg_database
 where datname not in ('postgres', 'template0', 'template1', 'prepared') \\gexec
-select format('drop role %I', rolname) from pg_roles where oid >= 16384 and rolname <> 'admin' \\gexec
-alter role admin reset all;
+select format('drop role %I', rolname) from pg_roles where oid >= 16384 and rolname <> '{ADMINISTRATOR}' \\gexec
+alter role {ADMINISTRATOR} reset all;
+alter role {ADMINISTRATOR} password '{PASSWORD}';
+comment on role {ADMINISTRATOR} is null;
 """
 
 
