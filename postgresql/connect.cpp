@@ -107,10 +107,21 @@ bool wait_until_connected(PGconn *connection, int seconds)
     return true;
 }
 
-// The pages are UTF-8, and double the quotes in what they put into statements, which is enough only with this setting.
+// The pages are UTF-8, and double the quotes in what they put into statements, which is enough only with this setting. They
+// name no schema for "=", of which a user may have made one in a schema on the administrator's own path. Where install.sql
+// has not been run, a user may have made the schema that it makes.
+constexpr char settling[] =
+    "set client_encoding = 'UTF8'; set standard_conforming_strings = on; set search_path = pg_catalog, pg_temp;"
+    "do 'begin"
+    "  if exists (select from pg_namespace, pg_database"
+    "             where nspname = ''tabwarden'' and datname = current_database() and nspowner <> datdba) then"
+    "    raise insufficient_privilege using message = ''the schema tabwarden belongs to somebody else'';"
+    "  end if;"
+    "end'";
+
 bool settle(PGconn *connection)
 {
-    PGresult *result = PQexec(connection, "set client_encoding = 'UTF8'; set standard_conforming_strings = on");
+    PGresult *result = PQexec(connection, settling);
     bool is_done = PQresultStatus(result) == PGRES_COMMAND_OK;
     PQclear(result);
     return is_done;

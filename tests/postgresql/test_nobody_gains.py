@@ -203,3 +203,82 @@ def test_passwords_are_shown_to_nobody(more, visitor):
     more.as_administrator("update tabwarden.user set password = 'secret word' where username <> 'public'")
     shown = visitor.page([("users.x", "1")], password="secret word")
     assert "mary" in shown and "secret word" not in shown and "SCRAM" not in shown
+
+
+# What a user makes that may make things: code that raises the user to superuser, if only somebody else runs it.
+HOSTILE = """
+create function {0}.evil() returns text language plpgsql as
+    $$ begin execute 'alter role mary createrole'; return ''; exception when others then return ''; end $$;
+create function {0}.current_database() returns name language sql as $$ select {0}.evil()::name $$;
+create function {0}.strpos(name, text) returns int language sql as $$ select length({0}.evil()) $$;
+create function {0}.pg_get_userbyid(oid) returns name language sql as $$ select {0}.evil()::name $$;
+create function {0}.same(text, text) returns bool language sql as $$ select {0}.evil() = '' $$;
+create function {0}.same(name, name) returns bool language sql as $$ select {0}.evil() = '' $$;
+create function {0}.same(name, text) returns bool language sql as $$ select {0}.evil() = '' $$;
+create function {0}.same(text, name) returns bool language sql as $$ select {0}.evil() = '' $$;
+create operator {0}.= (leftarg = text, rightarg = text, function = {0}.same);
+create operator {0}.= (leftarg = name, rightarg = name, function = {0}.same);
+create operator {0}.= (leftarg = name, rightarg = text, function = {0}.same);
+create operator {0}.= (leftarg = text, rightarg = name, function = {0}.same);
+create view {0}."user" as select {0}.evil() as username, ''::text as description, ''::text as password;
+create view {0}."table" as select {0}.evil() as catalog, ''::text as schema, ''::text as "table";
+create view {0}.pg_class as select {0}.evil() as relname;
+create view {0}.pg_roles as select {0}.evil() as rolname;
+create table {0}."';--""</td><script>" (id int default length({0}.evil()), check ({0}.evil() = ''));
+grant all on all tables in schema {0} to public;
+alter default privileges grant all on tables to public;
+"""
+
+
+def use_every_page(visitor):
+    visitor.page([("users.x", "1")])
+    visitor.page(form([("mary_file", "changed"), ("__newuser", "eve"), ("__newpass", "apple")]))
+    for button in ("rights_refresh", "rights_grant", "submit_selection", "rights_revoke"):
+        press(visitor, button, user="mary")
+        press(visitor, button, user="public")
+    visitor.page([("users_refresh", ""), ("eve_checkbox", "OFF"), ("submit_users", "Submit")])
+
+
+def is_ordinary(server):
+    return server.execute("select rolcreaterole from pg_roles where rolname = 'mary'") == ["f"]
+
+
+@pytest.mark.parametrize("path", ['"$user", public', "public, nordvale", "public, pg_catalog", "nordvale, pg_catalog"])
+def test_the_pages_run_nothing_that_a_user_has_made(accounts, visitor, own_server, path):
+    """In no schema that the administrator's path leads through; it begins in the one of the administrator's name."""
+    for schema in ("admin", "nordvale", "public"):
+        accounts.as_superuser(f"create schema if not exists {schema}; grant all on schema {schema} to public")
+        assert accounts.try_as("mary", "lamb", HOSTILE.format(schema)).stderr == ""
+    accounts.as_superuser(f"alter database accounts set search_path = {path}")
+    use_every_page(visitor)
+    assert is_ordinary(own_server)
+    assert accounts.states("admin", "manager", "select nordvale.evil()") == ["00000"]
+    assert not is_ordinary(own_server)
+
+
+# What the pages read, made by a user before install.sql was run.
+SQUATTED = """
+create schema tabwarden;
+create function tabwarden.evil() returns text language plpgsql as
+    $$ begin execute 'alter role mary createrole'; return ''; end $$;
+create view tabwarden.sysinfo as select 'dbo_user'::text as attribute, 'admin'::text as "VALUE";
+create view tabwarden."user" as select 'bob' as username, tabwarden.evil() as description, '' as password;
+create function tabwarden.tables(out schema name, out name name, out kind text, out acl aclitem[]) returns setof record
+    language sql as $$ select tabwarden.evil(), '', '', null::aclitem[] $$;
+grant all on schema tabwarden to public;
+grant all on all tables in schema tabwarden to public;
+"""
+
+
+def test_a_schema_that_a_user_has_made_is_not_taken_for_ours(visitor, make_database, own_server):
+    squatted = make_database("squatted")
+    squatted.as_superuser("grant create on database squatted to mary")
+    assert squatted.try_as("mary", "lamb", SQUATTED).stderr == ""
+    list_sources(own_server, squatted={})
+    for field in ("users.x", "rights.x"):
+        response = visitor.post([(field, "1")], source="squatted").decode()
+        assert "SQLDriverConnect failed with" in response
+        assert "the schema tabwarden belongs to somebody else" in response
+    assert is_ordinary(own_server)
+    assert squatted.states("admin", "manager", 'select * from tabwarden."user"') == ["00000"]
+    assert not is_ordinary(own_server)

@@ -5,7 +5,7 @@ import pytest
 from support.forms import form, press
 from support.kinds import sql_name
 
-SECOND = "create table if not exists pwned()"
+SECOND = "create table if not exists public.pwned()"
 
 ENDS = (
     f"'; {SECOND}; --",
@@ -31,7 +31,7 @@ ENDS = (
 # quote behind it, as the text begins in E'a': what follows is in quotes the one time and a statement the other.
 IN_PIECES = (
     "x' or ''<E'a'\n'\\'||', tabwarden.tableprv c, tabwarden.tableprv d, tabwarden.tableprv e; "
-    "create table pwned(); commit; select from tabwarden.table a join tabwarden.table b on a.catalog=--"
+    "create table public.pwned(); commit; select from tabwarden.table a join tabwarden.table b on a.catalog=--"
 )
 
 SIGNS = ("a?b", "{fn x}", "{d '2000-01-01'}", "a\\", "a\\'b", "?", "$1", ":x", "%s", "--", "/*", "a;b")
