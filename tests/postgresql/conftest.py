@@ -1,4 +1,4 @@
-"""A PostgreSQL server of this folder's own: its tests make roles, databases and settings that other tests would meet."""
+"""A PostgreSQL server of this folder's own: its tests make roles and settings that other tests would meet."""
 
 import multiprocessing
 from concurrent.futures import ProcessPoolExecutor
@@ -8,10 +8,12 @@ import pytest
 from support.forms import press
 from support.kinds import sql_name
 from support.postgresql import PrivatePostgresql
-from support.postgresql_database import ENVIRONMENT, Database, find_sources, list_sources
+from support.postgresql_database import ENVIRONMENT, Database, find_sources, list_sources, tables_of
 from support.sample import Visitor
 from support.server import RunningServer, install_html, write_product_ini
 from support.source import ADMINISTRATOR, PASSWORD, outcomes
+
+LOG_IN = f"DSN=accounts;UID={ADMINISTRATOR};PWD={PASSWORD}"
 
 # Back to a server with the administrator and its prepared database only.
 CLEAN = f"""
@@ -102,5 +104,9 @@ def odbc_process():
 @pytest.fixture
 def through_adapter(accounts, odbc_process):
     """What becomes of statements on a connection of the administrator, each an error message or None."""
-    string = f"DSN=accounts;UID={ADMINISTRATOR};PWD={PASSWORD}"
-    return lambda *statements: odbc_process.submit(outcomes, string, statements).result()
+    return lambda *statements: odbc_process.submit(outcomes, LOG_IN, statements).result()
+
+
+@pytest.fixture
+def table_list(accounts, odbc_process):
+    return lambda: odbc_process.submit(tables_of, LOG_IN).result()

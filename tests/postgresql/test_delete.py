@@ -60,7 +60,9 @@ def test_an_owner_of_a_table_keeps_it_and_loses_the_rest(tables, button, delete_
 
 def test_who_has_handed_a_right_on_keeps_that_right_and_loses_the_rest(tables, delete_mary):
     tables.as_superuser("create role bob login")
-    tables.as_administrator("grant select on one, store.stock to mary; grant select, insert on two to mary with grant option")
+    tables.as_administrator(
+        "grant select on one, store.stock to mary; grant select, insert on two to mary with grant option"
+    )
     tables.as_superuser("set role mary; grant select on two to bob")
     delete_mary()
     assert mary(tables) is False
@@ -79,7 +81,9 @@ def test_rights_in_another_database_are_left_alone(tables, make_database, delete
 
 
 def test_a_right_on_what_the_pages_do_not_show_keeps_the_role(tables, delete_mary):
-    tables.as_administrator("create sequence numbers; grant usage on sequence numbers to mary; grant all on one to mary")
+    tables.as_administrator(
+        "create sequence numbers; grant usage on sequence numbers to mary; grant all on one to mary"
+    )
     delete_mary()
     assert mary(tables) is False
     assert tables.held("mary") == {"public.numbers": {"usage"}}

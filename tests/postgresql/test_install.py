@@ -11,8 +11,8 @@ CATALOGS = {
     "pg_database": ("datfrozenxid", "datminmxid"),
     **dict.fromkeys(
         "pg_attribute pg_auth_members pg_authid pg_constraint pg_default_acl pg_depend pg_description pg_init_privs"
-        " pg_namespace pg_proc pg_rewrite pg_seclabel pg_shdepend pg_shdescription pg_db_role_setting pg_trigger pg_type"
-        " pg_operator pg_cast pg_event_trigger pg_extension".split(),
+        " pg_namespace pg_proc pg_rewrite pg_seclabel pg_shdepend pg_shdescription pg_db_role_setting pg_trigger"
+        " pg_type pg_operator pg_cast pg_event_trigger pg_extension".split(),
         (),
     ),
 }
@@ -139,7 +139,8 @@ def rights_of_others(database):
         "  select nspname::text, nspacl, 'n'::\"char\", nspowner from pg_namespace where nspname = 'tabwarden'"
         "  union all select relname, relacl, 'r', relowner from pg_class where relnamespace = 'tabwarden'::regnamespace"
         "  union all select proname, proacl, 'f', proowner from pg_proc where pronamespace = 'tabwarden'::regnamespace"
-        ") o (name, acl, kind, owner), aclexplode(coalesce(o.acl, acldefault(o.kind, o.owner))) a where a.grantee <> o.owner"
+        ") o (name, acl, kind, owner), aclexplode(coalesce(o.acl, acldefault(o.kind, o.owner))) a"
+        " where a.grantee <> o.owner"
     )
 
 

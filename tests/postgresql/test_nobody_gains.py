@@ -137,7 +137,8 @@ MORE_NAMES = (
 def more(accounts):
     accounts.as_superuser(MORE + "create table one (id int); alter table one owner to admin")
     accounts.roles = lambda: accounts.as_superuser(
-        "select rolname, rolcanlogin, rolsuper, rolpassword, shobj_description(oid, 'pg_authid') from pg_authid order by 1"
+        "select rolname, rolcanlogin, rolsuper, rolpassword, shobj_description(oid, 'pg_authid')"
+        " from pg_authid order by 1"
     )
     return accounts
 
@@ -184,7 +185,9 @@ def test_statements_on_the_list_of_users_do_not_reach_them(more, through_adapter
     assert more.roles() == before
 
 
-@pytest.mark.parametrize("name", ["public", "PUBLIC", "none", "current_user", "session_user", "pg_mine", "postgres", "mary"])
+@pytest.mark.parametrize(
+    "name", ["public", "PUBLIC", "none", "current_user", "session_user", "pg_mine", "postgres", "mary"]
+)
 def test_names_with_a_meaning_are_no_new_users(more, visitor, name):
     before = more.roles()
     insert(visitor, name)

@@ -33,6 +33,19 @@ def find_sources():
     os.environ.update(ENVIRONMENT)
 
 
+def tables_of(connection_string):
+    """Catalog, schema and name of all that SQLTables lists."""
+    import pyodbc
+
+    pyodbc.pooling = False
+    connection = pyodbc.connect(connection_string)
+    connection.setdecoding(pyodbc.SQL_CHAR, encoding="utf-8", ctype=pyodbc.SQL_CHAR)
+    try:
+        return [tuple(row)[:3] for row in connection.cursor().tables(tableType="")]
+    finally:
+        connection.close()
+
+
 class Session:
     def __init__(self, process):
         self.process = process
