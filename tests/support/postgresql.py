@@ -20,14 +20,22 @@ class PrivatePostgresql:
         self.folder = Path(tempfile.mkdtemp(prefix="tabwarden-postgresql-", dir="/tmp"))
         self.port = free_port()
         try:
-            subprocess.run([SCRIPT, "start", self.folder, str(self.port)], env=uninstrumented(), check=True)
+            self.start()
         except BaseException:
             shutil.rmtree(self.folder)
             raise
         self.password = (self.folder / "superuser_password").read_text()
 
-    def stop(self):
+    def start(self):
+        """Also after halt(), with everything that was there before."""
+        subprocess.run([SCRIPT, "start", self.folder, str(self.port)], env=uninstrumented(), check=True)
+
+    def halt(self):
+        """Cuts all sessions off."""
         subprocess.run([SCRIPT, "stop", self.folder], env=uninstrumented(), check=True)
+
+    def stop(self):
+        self.halt()
         shutil.rmtree(self.folder)
 
     def psql(self, script, database=SUPERUSER, user=SUPERUSER, password=None, stop_on_error=True):
@@ -47,7 +55,7 @@ class PrivatePostgresql:
             stdin=subprocess.PIPE,
             stdout=subprocess.PIPE,
             text=True,
-            env=environment(PGPASSWORD=password),
+            env=uninstrumented(PGPASSWORD=password),
         )
 
     def _command(self, database, user):
