@@ -8,8 +8,6 @@
 
 \set ON_ERROR_STOP on
 begin;
--- The owner's own path may lead to functions and operators of users that fit what is written here better.
-set local search_path = pg_catalog, pg_temp;
 
 -- What somebody has put into another schema must not be taken for PostgreSQL's own.
 set local search_path = pg_catalog, pg_temp;
