@@ -45,7 +45,7 @@ class PrivatePostgresql:
             input=script,
             capture_output=True,
             text=True,
-            env=uninstrumented(PGPASSWORD=self.password if password is None else password),
+            env=self._environment(self.password if password is None else password),
         )
 
     def open_psql(self, database, user, password):
@@ -55,11 +55,16 @@ class PrivatePostgresql:
             stdin=subprocess.PIPE,
             stdout=subprocess.PIPE,
             text=True,
-            env=uninstrumented(PGPASSWORD=password),
+            env=self._environment(password),
         )
 
     def _command(self, database, user):
         return [PSQL, "-XAqtw", "-h", "127.0.0.1", "-p", str(self.port), "-d", database, "-U", user, "-f", "-"]
+
+    def _environment(self, password):
+        """The scripts mean the same whatever the database is set to."""
+        options = "-c standard_conforming_strings=on"
+        return uninstrumented(PGPASSWORD=password, PGCLIENTENCODING="UTF8", PGOPTIONS=options)
 
     def execute(self, script, **where):
         """The output's lines of a script that must not fail."""
