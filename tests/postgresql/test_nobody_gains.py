@@ -5,7 +5,7 @@ import pytest
 from support import pages
 from support.forms import form, press
 from support.kinds import sql_text
-from support.postgresql_database import ALL, list_sources
+from support.postgresql_database import ALL, INSTALL, list_sources
 from support.source import PASSWORD
 
 @pytest.fixture
@@ -153,6 +153,16 @@ def test_roles_that_can_do_more_are_not_shown(more, visitor):
         shown = visitor.page([(page, "1")])
         assert "mary" in shown
         assert [name for name in MORE_NAMES if f">{name}<" in shown or f'"{name}_' in shown] == []
+
+
+def test_who_may_become_the_administrator_is_not_shown(visitor, make_database, own_server):
+    """Also where the administrator is an ordinary role besides."""
+    own_server.execute("create role keeper login password 'x'; create role helper login; grant keeper to helper")
+    database = make_database("kept", owner="keeper")
+    assert database.try_as("keeper", "x", INSTALL).returncode == 0
+    list_sources(own_server, kept={})
+    shown = visitor.page([("users.x", "1")], source="kept", user="keeper", password="x")
+    assert "mary_file" in shown and "keeper_file" in shown and "helper" not in shown
 
 
 def test_roles_that_can_do_more_are_not_changed(more, visitor):
