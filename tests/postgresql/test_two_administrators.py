@@ -107,6 +107,26 @@ def test_the_way_to_a_table_is_opened_for_two_users_at_once(tables, while_unfini
         assert tables.as_superuser(f"select has_schema_privilege('mary', '{schema}', 'usage')") == ["t"]
 
 
+@pytest.mark.parametrize(
+    "button, privileges", [("rights_grant", ALL), ("rights_revoke", None), ("submit_selection", None)]
+)
+@pytest.mark.parametrize("verb", ["grant", "revoke"])
+def test_rights_on_a_table_are_changed_behind_those_of_another_user(tables, while_unfinished, verb, button, privileges):
+    tables.as_administrator(
+        "".join(
+            f"grant usage on schema {schema} to mary, bob; grant select on {schema}.stock to mary, bob;"
+            for schema in SCHEMAS
+        )
+        + "grant connect on database accounts to mary, bob"
+    )
+    while_unfinished(
+        f"""call tabwarden.change_privilege('{verb}', 'all', '"accounts"."s00"."stock"', '"bob"');""",
+        lambda visitor: press(visitor, button, user="mary"),
+    )
+    assert tables.held("mary") == (everywhere(privileges) if privileges else {})
+    assert tables.held("bob").get("s00.stock") == (ALL if verb == "grant" else None)
+
+
 @pytest.mark.parametrize("first", ["password = 'first'", "description = 'first'"])
 @pytest.mark.parametrize("second", ["mary_password", "mary_file", "mary_checkbox"])
 def test_a_user_whom_another_administrator_changes_is_changed_behind_that(accounts, while_unfinished, first, second):
