@@ -107,11 +107,11 @@ bool wait_until_connected(PGconn *connection, int seconds)
     return true;
 }
 
-// The pages are UTF-8, and double the quotes in what they put into statements, which is enough only with this setting. They
-// name no schema for "=", of which a user may have made one in a schema on the administrator's own path. Where install.sql
-// has not been run, a user may have made the schema that it makes.
+// The pages double the quotes in what they put into statements, which is enough only with this setting. They name no schema
+// for "=", of which a user may have made one in a schema on the administrator's own path. Where install.sql has not been
+// run, a user may have made the schema that it makes.
 constexpr char settling[] =
-    "set client_encoding = 'UTF8'; set standard_conforming_strings = on; set search_path = pg_catalog, pg_temp;"
+    "set standard_conforming_strings = on; set search_path = pg_catalog, pg_temp;"
     "do 'begin"
     "  if exists (select from pg_namespace, pg_database"
     "             where nspname = ''tabwarden'' and datname = current_database() and nspowner <> datdba) then"
@@ -138,6 +138,8 @@ EXPORTED PGconn *PQconnectdbParams(const char *const *keywords, const char *cons
         return never_tried(wrong_log_in);
 
     last_failure = {};
+    // The pages are UTF-8. libpq and, once more behind it, psqlODBC ask for the encoding that they find here.
+    setenv("PGCLIENTENCODING", "UTF8", 1);
     PGconn *connection = PQconnectStartParams(keywords, values, expand_dbname);
     if (connection == nullptr)
         return connection;

@@ -5,6 +5,7 @@ import pytest
 from support import pages
 from support.forms import form, press
 from support.postgresql_database import ALL, list_sources
+from support.sample import Visitor
 
 # What a database may be set to, or its administrator.
 SETTINGS = (
@@ -48,6 +49,21 @@ def test_settings_of_the_database_or_the_administrator_change_nothing(accounts, 
     for setting in SETTINGS:
         accounts.as_superuser(f"alter {whose} set {setting}")
     use(visitor, accounts)
+
+
+@pytest.mark.parametrize(
+    "environment",
+    [
+        {"LC_ALL": "C"},
+        {"LC_ALL": "de_DE.ISO-8859-1"},
+        {"LC_ALL": "C.UTF-8"},
+        {"PGCLIENTENCODING": "LATIN1"},
+        {"PGCLIENTENCODING": "SQL_ASCII"},
+        {"PGOPTIONS": "-c client_encoding=LATIN1 -c standard_conforming_strings=off"},
+    ],
+)
+def test_the_environment_of_the_program_changes_nothing(accounts, start_server, environment):
+    use(Visitor(start_server(**environment), None), accounts)
 
 
 def test_backslashes_escape_nothing_where_the_database_says_so(accounts, visitor):
