@@ -1,6 +1,7 @@
 """What becomes of grants that PostgreSQL refuses, or seems to take."""
 
 import pytest
+from support import pages
 from support.postgresql_database import ALL
 
 TABLES = "create table one (id int); create table three (id int); create table two (id int);"
@@ -109,3 +110,39 @@ def test_columns_and_grant_options_are_left_alone(accounts, button):
     accounts.as_administrator("create table one (id int); grant select on one to mary with grant option")
     button("rights_grant")
     assert accounts.states("mary", "lamb", "grant select on one to public") == ["00000"]
+
+
+KINDS = """
+create table "a table" (id int);
+create table "b parted" (id int) partition by list (id);
+create table "c part" partition of "b parted" for values in (1);
+create view "d view" as select 1 as id;
+create materialized view "e kept view" as select 1 as id;
+create foreign table "f foreign" (id int) server far;
+create unlogged table "g unlogged" (id int);
+create index "not this" on "a table" (id);
+create sequence "nor this";
+create type "nor that" as (id int);
+"""
+
+
+def test_everything_that_can_be_read_like_a_table_is_listed_and_granted(accounts, button):
+    accounts.as_superuser("create foreign data wrapper far; create server far foreign data wrapper far")
+    accounts.as_superuser("grant usage on foreign server far to admin")
+    accounts.as_administrator(KINDS)
+    with accounts.session() as session:
+        session.do("create temporary table mine (id int);")
+        shown = button("rights_grant")
+    names = ("a table", "b parted", "c part", "d view", "e kept view", "f foreign", "g unlogged")
+    mary = {"held": pages.PRIVILEGES, "grantor": "admin", "grantee": "mary"}
+    rows = [pages.rights_row(("accounts", "public", name), **mary) for name in names]
+    assert pages.rights_body("mary", rows) in shown
+    assert accounts.held("mary") == {f"public.{name}": ALL for name in names}
+
+
+def test_a_user_who_has_locked_a_table_does_not_stop_its_rights(accounts, button):
+    accounts.as_administrator("create table one (id int); grant select, delete on one to mary")
+    with accounts.session("mary", "lamb") as session:
+        session.do("begin; lock table one in access exclusive mode;")
+        button("rights_revoke")
+        assert accounts.held("mary") == {}

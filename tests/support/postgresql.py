@@ -54,6 +54,7 @@ class PrivatePostgresql:
             [*self._command(database, user), "-v", "ON_ERROR_STOP=1"],
             stdin=subprocess.PIPE,
             stdout=subprocess.PIPE,
+            stderr=subprocess.STDOUT,
             text=True,
             env=self._environment(password),
         )
