@@ -1,5 +1,6 @@
 """A PostgreSQL server of the tests' own, and the psql that looks into it past the program."""
 
+import os
 import shutil
 import subprocess
 import tempfile
@@ -12,12 +13,19 @@ PSQL = "/usr/lib/postgresql/15/bin/psql"
 SUPERUSER = "postgres"
 
 
+def roomy_folder():
+    """In memory where there is room: to make and drop databases is hard work for a disk."""
+    memory = "/dev/shm"
+    has_room = os.access(memory, os.W_OK) and shutil.disk_usage(memory).free > 2**30
+    return memory if has_room else "/tmp"
+
+
 class PrivatePostgresql:
     """A running server without other databases and roles than its own."""
 
     def __init__(self):
         # Its files belong to the user postgres, who cannot reach into every folder, when root runs the tests.
-        self.folder = Path(tempfile.mkdtemp(prefix="tabwarden-postgresql-", dir="/tmp"))
+        self.folder = Path(tempfile.mkdtemp(prefix="tabwarden-postgresql-", dir=roomy_folder()))
         self.port = free_port()
         try:
             self.start()
