@@ -82,6 +82,18 @@ from tabwarden.managed_role
 union all select 'public', 'Everybody', ''
 order by 1;
 
+-- Names and password hashes are kept as bytes, for all databases of the server. In one that is not UTF8, letters beyond
+-- ASCII would become others to who logs in.
+create procedure tabwarden.expect_same_everywhere(value text)
+language plpgsql set search_path = pg_catalog, pg_temp
+as $$
+begin
+    if convert_to(value, 'UTF8') <> convert_to(value, getdatabaseencoding()) then
+        raise untranslatable_character using message = 'names and passwords are ASCII in a database that is not UTF8';
+    end if;
+end
+$$;
+
 create function tabwarden.insert_user() returns trigger
 language plpgsql set search_path = pg_catalog, pg_temp set lock_timeout = '10s'
 as $$
@@ -90,6 +102,7 @@ begin
     if octet_length(new.username) > 63 or strpos(new.username, '''') > 0 then
         raise invalid_name using message = 'a user name has at most 63 bytes and no single quote';
     end if;
+    call tabwarden.expect_same_everywhere(new.username || new.password);
     execute format('create role %I login', new.username);
     if new.password <> '' then
         execute format('alter role %I password %L', new.username, new.password);
@@ -108,6 +121,7 @@ begin
     if new.username is distinct from old.username then
         raise feature_not_supported using message = 'users are not renamed here';
     end if;
+    call tabwarden.expect_same_everywhere(new.password);
     lock table tabwarden.turn in exclusive mode;
     if new.password <> '' then
         execute format('alter role %I password %L', old.username, new.password);

@@ -9,7 +9,7 @@ drop procedure tabwarden.change_privilege, tabwarden.open_way;
 drop function tabwarden.held, tabwarden.relation_of, tabwarden.grantee_oid;
 drop view tabwarden."user", tabwarden.sysinfo, tabwarden.tableprv, tabwarden."table";
 drop function tabwarden.insert_user, tabwarden.update_user, tabwarden.delete_user;
-drop procedure tabwarden.revoke_everything;
+drop procedure tabwarden.revoke_everything, tabwarden.expect_same_everywhere;
 drop function tabwarden.tables;
 drop view tabwarden.managed_role, tabwarden.relation;
 drop table tabwarden.turn;

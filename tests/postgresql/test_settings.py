@@ -90,12 +90,28 @@ def test_encodings_and_orders(own_server, visitor, make_database, settings):
     use(visitor, database, "other")
 
 
-def test_a_latin_database(own_server, visitor, make_database):
-    """Users of all databases share their names, which have no encoding of their own: only plain ones mean the same there."""
+@pytest.fixture
+def latin(own_server, make_database):
     database = make_database("latin", "encoding 'LATIN1' locale 'C' template template0")
     database.install()
     list_sources(own_server, latin={})
-    use(visitor, database, "latin", user="plain")
+    return database
+
+
+def test_a_latin_database(latin, visitor):
+    use(visitor, latin, "latin", user="plain")
+
+
+def test_a_latin_database_makes_no_user_and_no_password_that_would_be_another_elsewhere(latin, visitor):
+    def submit(*fields):
+        return visitor.page([("users_refresh", ""), *fields, ("submit_users", "pressed")], source="latin")
+
+    assert "Größe" not in submit(("__newuser", "Größe"), ("__newpass", "x"))
+    assert "秘密" not in submit(("__newuser", "秘密"), ("__newpass", "x"))
+    assert "eve_file" not in submit(("__newuser", "eve"), ("__newpass", "ünï"))
+    submit(("mary_password", "ünï"), ("admin_password", "ünï"))
+    assert latin.try_as("mary", "lamb", "").returncode == 0
+    assert pages.administrator_row("admin", "Größe") in submit(("admin_file", "Größe"))
 
 
 def test_lists_are_in_the_order_of_bytes_whatever_the_databases_own(own_server, visitor, make_database):
@@ -109,14 +125,6 @@ def test_lists_are_in_the_order_of_bytes_whatever_the_databases_own(own_server, 
     assert rows[0] in listed and [listed.index(row) for row in rows] == sorted(listed.index(row) for row in rows)
     listed = visitor.page([("rights_refresh", ""), ("isamuser", "mary")], source="icu")
     assert "".join(pages.rights_row(("icu", "public", name)) for name in ("Zoe", "abe", "zoe", "ärger")) in listed
-
-
-def test_a_name_that_the_database_cannot_hold_is_no_new_user(own_server, visitor, make_database):
-    database = make_database("latin", "encoding 'LATIN1' locale 'C' template template0")
-    database.install()
-    list_sources(own_server, latin={})
-    inserted = [("__newuser", "秘密"), ("__newfile", ""), ("__newpass", "x")]
-    assert "秘密" not in visitor.page([("users_refresh", ""), *inserted, ("submit_users", "pressed")], source="latin")
 
 
 def test_default_privileges_of_everything_to_everybody_give_nobody_more_than_before(accounts, visitor):
