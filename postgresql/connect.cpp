@@ -127,6 +127,30 @@ bool settle(PGconn *connection)
     return is_done;
 }
 
+// Why the connection is not as the pages need it; empty: it is.
+std::string unfitness(PGconn *connection)
+{
+    // Without it the log-in to the pages would be open to everybody who knows the administrator's name.
+    if (!PQconnectionUsedPassword(connection))
+        return "the server has not asked for the password: see the line for this user in its pg_hba.conf";
+    return settle(connection) ? "" : reason_of(connection);
+}
+
+// Connected or failed, but not longer than it may take.
+PGconn *connected(PGconn *connection, int seconds)
+{
+    PQsetErrorVerbosity(connection, PQERRORS_VERBOSE);
+    bool is_in_time = PQstatus(connection) == CONNECTION_BAD || wait_until_connected(connection, seconds);
+    if (is_in_time && PQstatus(connection) != CONNECTION_OK)
+        return failed(connection, reason_of(connection));
+    PQsetErrorVerbosity(connection, PQERRORS_DEFAULT);
+    std::string reason = is_in_time ? unfitness(connection) : "the server does not answer";
+    if (reason.empty())
+        return connection;
+    PQfinish(connection);
+    return never_tried(reason);
+}
+
 }
 
 // libpq's own, but for what the pages rely on: see above.
@@ -140,22 +164,9 @@ EXPORTED PGconn *PQconnectdbParams(const char *const *keywords, const char *cons
     last_failure = {};
     // The pages are UTF-8. libpq and, once more behind it, psqlODBC ask for the encoding that they find here.
     setenv("PGCLIENTENCODING", "UTF8", 1);
-    PGconn *connection = PQconnectStartParams(keywords, values, expand_dbname);
-    if (connection == nullptr)
-        return connection;
-    PQsetErrorVerbosity(connection, PQERRORS_VERBOSE);
     int seconds = atoi(parameter(keywords, values, "connect_timeout"));
-    bool is_in_time = PQstatus(connection) == CONNECTION_BAD ||
-                      wait_until_connected(connection, seconds > 0 ? seconds : longest_connect_seconds);
-    if (is_in_time && PQstatus(connection) != CONNECTION_OK)
-        return failed(connection, reason_of(connection));
-
-    PQsetErrorVerbosity(connection, PQERRORS_DEFAULT);
-    if (is_in_time && settle(connection))
-        return connection;
-    std::string reason = is_in_time ? reason_of(connection) : "the server does not answer";
-    PQfinish(connection);
-    return never_tried(reason);
+    PGconn *connection = PQconnectStartParams(keywords, values, expand_dbname);
+    return connection ? connected(connection, seconds > 0 ? seconds : longest_connect_seconds) : nullptr;
 }
 
 EXPORTED char *PQerrorMessage(const PGconn *connection)

@@ -12,6 +12,7 @@ from support import pages
 from support.forms import press
 from support.postgresql_database import ALL, list_sources
 from support.server import wait_until
+from support.source import PASSWORD
 
 
 @contextmanager
@@ -47,6 +48,32 @@ def test_a_server_that_is_stopped_while_a_page_waits_ends_the_page(accounts, vis
         session.process.wait()
     press(visitor, "rights_grant")
     assert accounts.held("mary") == {"public.one": ALL}
+
+
+@pytest.fixture
+def trusting(own_server):
+    """The server while it asks for no password."""
+    rules = own_server.folder / "data" / "pg_hba.conf"
+    before = rules.read_text()
+
+    def let(text):
+        rules.write_text(text)
+        own_server.execute("select pg_reload_conf()")
+
+    let("host accounts all 127.0.0.1/32 trust\n" + before)
+    yield own_server
+    let(before)
+
+
+@pytest.mark.parametrize("password", [PASSWORD, "wrong"])
+def test_a_server_that_asks_for_no_password_lets_nobody_in(accounts, visitor, trusting, password):
+    """It would have been anybody."""
+    message = pages.message_of(visitor.post(password=password).decode())
+    assert message.startswith("SQLDriverConnect failed with the server has not asked for the password")
+
+
+def test_a_name_that_a_server_without_passwords_does_not_know_is_a_wrong_log_in(accounts, visitor, trusting):
+    assert pages.is_refused(visitor.post(user="nobody"))
 
 
 @pytest.fixture
