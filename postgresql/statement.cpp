@@ -193,7 +193,7 @@ bool has_several_statements(const std::vector<Token> &tokens)
     return false;
 }
 
-// The first and the last token of the name and the grantee of a grant or revoke that the pages could have made.
+// A grant or revoke as the pages make them; name and grantee as they are written.
 struct Grant {
     std::string_view verb, privilege, table, grantee;
 };
