@@ -188,7 +188,7 @@ bool has_several_statements(const std::vector<Token> &tokens)
         bool is_end = is_sign(token, ";");
         if (ended && !is_end)
             return true;
-        ended = ended || is_end;
+        ended = is_end;
     }
     return false;
 }
