@@ -78,14 +78,13 @@ std::string without_codes(std::string message)
             message.erase(at, code_length + 2);
     }
     for (size_t at = 0; (at = message.find("LOCATION:  ", at)) != std::string::npos;)
-        message.erase(at, message.find('\n', at) - at + 1);
+        message.erase(at, std::min(message.find('\n', at), message.size()) - at + 1);
     return message;
 }
 
 std::string reason_of(const PGconn *connection)
 {
-    static auto *const next = next_of(PQerrorMessage, "PQerrorMessage");
-    std::string message = next(connection);
+    std::string message = PQerrorMessage(connection);
     std::string reason = without_codes(message);
     return is_wrong_log_in(message) ? wrong_log_in + (": " + reason) : reason;
 }

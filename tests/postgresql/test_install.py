@@ -2,7 +2,7 @@
 
 import pytest
 
-from support.postgresql_database import INSTALL, REMOVE
+from support.postgresql import INSTALL, REMOVE
 from support.source import ADMINISTRATOR, PASSWORD
 
 # Everything that a script can change, without what the server counts about tables.

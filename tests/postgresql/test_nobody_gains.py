@@ -5,7 +5,8 @@ import pytest
 from support import pages
 from support.forms import form, press
 from support.kinds import sql_text
-from support.postgresql_database import ALL, INSTALL, list_sources
+from support.postgresql import INSTALL
+from support.postgresql_database import ALL, list_sources
 from support.source import PASSWORD
 
 @pytest.fixture

@@ -2,7 +2,7 @@
 
 import pytest
 
-from support.postgresql_database import DRIVER
+from support.postgresql import DRIVER
 from support.source import ADMINISTRATOR, PASSWORD
 
 

@@ -5,9 +5,9 @@ from socket import socket
 
 import pyodbc
 
+from support import postgresql
 from support.pages import USERS, quoted_name
 from support.sample import SampleSource, user_statement
-from support.server import BUILD, ROOT
 from support.source import ADMINISTRATOR, ODBC_DIR, PASSWORD, list_sources, outcomes, other_process
 
 # The sample: the pages' users, and tables in the order of their names. The second data source cannot be reached.
@@ -194,26 +194,15 @@ class Postgresql:
         self.closed_port.bind(("127.0.0.1", 0))
         # With what libpq would take in place of a user name or password that was left empty.
         trap = {"PGUSER": ADMINISTRATOR, "PGPASSWORD": PASSWORD}
-        self.environment = {**self._list_sources(ODBC_DIR / "postgresql"), **trap}
+        unreachable = {"Port": self.closed_port.getsockname()[1], "Database": NAME}
+        sources = postgresql.list_sources(ODBC_DIR / "postgresql", server.port, **{NAME: {}, UNREACHABLE: unreachable})
+        self.environment = {**sources, **trap}
         self.transaction = 0
         server.execute(
             f"create role {ADMINISTRATOR} login createrole password {sql_text(PASSWORD)};"
             f"create database {NAME} owner {ADMINISTRATOR};"
         )
-        install = (ROOT / "postgresql" / "install.sql").read_text()
-        server.execute(install, database=NAME, user=ADMINISTRATOR, password=PASSWORD)
-
-    def _list_sources(self, folder):
-        folder.mkdir(parents=True, exist_ok=True)
-        driver = BUILD / "postgresql" / "libtabwarden_postgresql.so"
-        (folder / "odbcinst.ini").write_text(f"[NORDVALE_ISAM]\nDriver={driver}\n")
-        (folder / "odbc.ini").write_text(
-            "".join(
-                f"[{name}]\nDriver=NORDVALE_ISAM\nServername=127.0.0.1\nPort={port}\nDatabase={NAME}\n\n"
-                for name, port in ((NAME, self.server.port), (UNREACHABLE, self.closed_port.getsockname()[1]))
-            )
-        )
-        return {"ODBCSYSINI": str(folder), "ODBCINI": "/dev/null"}
+        server.execute(postgresql.INSTALL, database=NAME, user=ADMINISTRATOR, password=PASSWORD)
 
     def _table_script(self, table):
         return f"create schema if not exists {sql_name(table[1])}; {table_statement(table)};"

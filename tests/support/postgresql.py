@@ -6,11 +6,30 @@ import subprocess
 import tempfile
 from pathlib import Path
 
-from support.server import ROOT, free_port, uninstrumented
+from support.server import BUILD, ROOT, free_port, uninstrumented
 
 SCRIPT = ROOT / "script" / "private-postgresql"
 PSQL = "/usr/lib/postgresql/15/bin/psql"
 SUPERUSER = "postgres"
+
+DRIVER = BUILD / "postgresql" / "libtabwarden_postgresql.so"
+INSTALL = (ROOT / "postgresql" / "install.sql").read_text()
+REMOVE = (ROOT / "postgresql" / "remove.sql").read_text()
+
+
+def list_sources(folder, port, **sources):
+    """Writes the driver manager's files; the sources' own lines outweigh the common ones.
+
+    Gives the environment of a program that is to see exactly these data sources.
+    """
+    folder.mkdir(parents=True, exist_ok=True)
+    (folder / "odbcinst.ini").write_text(f"[NORDVALE_ISAM]\nDriver={DRIVER}\n")
+    text = ""
+    for name, lines in sources.items():
+        settings = {"Driver": "NORDVALE_ISAM", "Servername": "127.0.0.1", "Port": port, "Database": name, **lines}
+        text += f"[{name}]\n" + "".join(f"{key}={value}\n" for key, value in settings.items()) + "\n"
+    (folder / "odbc.ini").write_text(text)
+    return {"ODBCSYSINI": str(folder), "ODBCINI": "/dev/null"}
 
 
 def roomy_folder():

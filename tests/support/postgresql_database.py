@@ -3,29 +3,19 @@
 import os
 from contextlib import contextmanager
 
+from support import postgresql
 from support.kinds import sql_name, sql_text
-from support.server import BUILD, ROOT
 from support.source import ADMINISTRATOR, ODBC_DIR, PASSWORD
 
 FOLDER = ODBC_DIR / "postgresql_only"
 ENVIRONMENT = {"ODBCSYSINI": str(FOLDER), "ODBCINI": "/dev/null"}
-DRIVER = BUILD / "postgresql" / "libtabwarden_postgresql.so"
-INSTALL = (ROOT / "postgresql" / "install.sql").read_text()
-REMOVE = (ROOT / "postgresql" / "remove.sql").read_text()
 
 ALL = {"select", "insert", "update", "delete"}
 
 
 def list_sources(server, **sources):
-    """Data sources with these lines of their own, which outweigh the others."""
-    FOLDER.mkdir(parents=True, exist_ok=True)
-    (FOLDER / "odbcinst.ini").write_text(f"[NORDVALE_ISAM]\nDriver={DRIVER}\n")
-    text = ""
-    for name, lines in sources.items():
-        settings = {"Driver": "NORDVALE_ISAM", "Servername": "127.0.0.1", "Port": server.port, "Database": name}
-        settings.update(lines)
-        text += f"[{name}]\n" + "".join(f"{key}={value}\n" for key, value in settings.items()) + "\n"
-    (FOLDER / "odbc.ini").write_text(text)
+    """Data sources on the server in this folder of the tests."""
+    postgresql.list_sources(FOLDER, server.port, **sources)
 
 
 def find_sources():
@@ -65,7 +55,7 @@ class Database:
         self.name = name
 
     def install(self):
-        self.as_administrator(INSTALL)
+        self.as_administrator(postgresql.INSTALL)
 
     def as_superuser(self, script):
         return self.server.execute(script, database=self.name)
