@@ -1,0 +1,52 @@
+// How a form is written so that the server reads what is meant: it takes a field's name as it comes and decodes only the
+// value, and it cuts off what is too long.
+
+// The server reads 32768 bytes of a request at a time, header and body together; the rest is left to the header.
+const form_limit = 30000;
+
+// The body for [name, value] pairs. A form must not end in an empty value: the server gives no answer then.
+function encoded_form(fields) {
+    return fields.map(([name, value]) => `${name}=${encoded_value(value)}`).join("&");
+}
+
+function encoded_value(value) {
+    // Half a pair of surrogates has no encoding.
+    return encodeURIComponent(value.replace(/\p{Surrogate}/gu, "\uFFFD"));
+}
+
+// Its length in bytes.
+function encoded_length(text) {
+    return new TextEncoder().encode(text).length;
+}
+
+// Why no field can bear this name, or "".
+function name_problem(name) {
+    if (name.includes("="))
+        return "its name holds a “=”";
+    if (/^ /.test(name))
+        return "its name begins with a blank";
+    if (/[\r\n]/.test(name))
+        return "its name holds the end of a line";
+    if (name.includes("\uFFFD"))
+        return "its name holds a character that cannot be read";
+    return "";
+}
+
+// The fields that show the page `name` ("users", "rights", "reports") of the chosen data source and change nothing.
+// `user` is the one whose rights the rights page is to show; without it the server takes the first one.
+function view_fields(page, name, user) {
+    const datasource = chosen_datasource(page);
+    const fields = [["datasource", datasource], ["last_datasource", datasource]];
+    if (user)
+        fields.push(["isamuser", user]);
+    return [...fields, [`${name}_refresh`, ""], ["form_end", "1"]];
+}
+
+// What the list of data sources says now, which need not be what the page shows.
+function chosen_datasource(page) {
+    return datasource_list(page)?.value || page.datasource;
+}
+
+function datasource_list(page) {
+    return page.form?.querySelector("select[name=datasource], select[name=initial_datasource]");
+}
