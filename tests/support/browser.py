@@ -111,10 +111,18 @@ def button(driver, name):
 
 def press(driver, name):
     """Presses the button and waits for the page that answers. Without script the whole document is another one then."""
-    pressed = button(driver, name)
-    pressed.click()
-    wait_until(driver, lambda: is_gone(pressed))
-    wait_until(driver, lambda: driver.execute_script("return document.readyState") == "complete")
+    with next_page(driver):
+        button(driver, name).click()
+
+
+@contextmanager
+def next_page(driver):
+    """What is done in it leads to another page, which is there in the end."""
+    form = find(driver, "form")
+    yield
+    wait_until(driver, lambda: is_gone(form))
+    wait_until(driver, lambda: driver.execute_script("return document.readyState") == "complete" and find(driver, "main"))
+    wait_until(driver, lambda: not find_all(driver, ".busy"))
 
 
 def is_gone(element):
@@ -127,10 +135,9 @@ def is_gone(element):
 
 def press_and_agree(driver, name):
     """Presses the button, says yes to the question and waits for the page that answers."""
-    pressed = button(driver, name)
-    pressed.click()
-    answer_question(driver)
-    wait_until(driver, lambda: is_gone(pressed))
+    with next_page(driver):
+        button(driver, name).click()
+        answer_question(driver)
 
 
 def question(driver):
