@@ -1,4 +1,5 @@
 // What the server answers: a whole page, an error, or nothing that can be shown.
+"use strict";
 
 // Posts the fields. Gives a promise of {text}, a whole page, or of {kind, problem}, where the problem is a sentence for the
 // reader and the kind one of

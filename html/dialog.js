@@ -1,4 +1,5 @@
 // Questions and messages.
+"use strict";
 
 const items_shown = 500;
 
@@ -31,6 +32,7 @@ function ask({title, text, items, go, cancel, danger, extra}) {
 }
 
 // Shows a message on top of the page until it is closed or the next request is made. `kind` is "good", "bad" or "info".
+// Gives its element.
 function notice(kind, title, items) {
     const shown = element("div", {class: `notice ${kind}`, role: kind === "bad" ? "alert" : "status"},
         element("p", {}, title), item_list(items),
@@ -38,6 +40,7 @@ function notice(kind, title, items) {
     document.getElementById("notices").append(shown);
     // What is longer than the screen is read from its beginning.
     shown.scrollIntoView({block: "nearest"});
+    return shown;
 }
 
 function clear_notices() {

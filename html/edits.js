@@ -1,4 +1,5 @@
 // Changes that have not been submitted yet. What the database holds is a control's own default, with which the page came.
+"use strict";
 
 const steps = [];
 let owners = new Map();

@@ -1,4 +1,5 @@
 // Small things that all scripts of the pages use.
+"use strict";
 
 // A new element. A property of `attributes` that is a function becomes a listener ({onclick: f}), null and false leave an
 // attribute out, true sets it empty. Children are nodes or texts; null ones are left out.

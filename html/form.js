@@ -1,5 +1,6 @@
 // How a form is written so that the server reads what is meant: it takes a field's name as it comes and decodes only the
 // value, and it cuts off what is too long.
+"use strict";
 
 // The server reads 32768 bytes of a request at a time, header and body together; the rest is left to the header.
 const form_limit = 30000;

@@ -2,13 +2,12 @@
 //
 // Only the rows that match are in the document, and of those only as many as one has scrolled to: a browser needs seconds
 // to lay out ten thousand rows. The rest wait in the records, with their controls as they are.
+"use strict";
 
 const rows_drawn = 200;
 
 // What was filtered and sorted, by the list's noun, so that it is the same again in the page that answers a submission.
 const kept_views = {};
-
-let drawn_lists = [];
 
 // Makes a list of the page's inner table. Options:
 //   table    whose first row holds the titles
@@ -18,7 +17,8 @@ let drawn_lists = [];
 //   filters  [{label, test(record)}]
 //   tail     rows that come last always
 //   place    the element before which the tools are put
-// Gives {table, records, tools, shown(), redraw()}; shown() are the records that match now, in the order of the screen.
+// Gives {table, records, tools, shown(), redraw(), show_state(), draw_all()}; shown() are the records that match now, in the
+// order of the screen.
 function make_list({table, records, columns, noun, filters = [], tail = [], place}) {
     const view = kept_views[noun] ??= {text: "", filters: new Set(), column: -1, down: false};
     const list = {table, records, columns, noun, tail, view, matching: [], drawn: 0};
@@ -26,11 +26,13 @@ function make_list({table, records, columns, noun, filters = [], tail = [], plac
     list.filters = list.editable ? [...filters, {label: "Only changed", test: record => record.controls.some(changed)}] : filters;
     list.shown = () => list.matching;
     list.redraw = () => redraw(list);
+    list.show_state = () => show_state(list);
+    list.draw_all = () => draw_rows(list, list.matching.length);
     list.body = table.tBodies[0] ?? table.createTBody();
     add_titles(list);
     add_tools(list, place);
     list.more = more_row(list);
-    drawn_lists.push(list);
+    page_lists.push(list);
     redraw(list);
     return list;
 }
@@ -155,15 +157,4 @@ function show_state(list) {
         list.undo.disabled = !steps.length;
         list.undo_all.disabled = !edits;
     }
-}
-
-// Paper cannot be scrolled.
-function draw_all() {
-    for (const list of drawn_lists)
-        draw_rows(list, list.matching.length);
-}
-
-function draw_first() {
-    for (const list of drawn_lists)
-        draw_rows(list, rows_drawn);
 }

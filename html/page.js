@@ -2,12 +2,17 @@
 //
 // No form is submitted by the browser: the script writes it, posts it, looks at the whole answer and only then puts it in
 // place of the page. So nothing typed is lost where no answer comes.
+"use strict";
 
 // The fields of the hidden kind that tell which page it is.
 const page_names = ["users", "rights", "reports"];
 
 let shown = null;
 let busy = false;
+
+// The lists on the page, as make_list gives them.
+let page_lists = [];
+
 const scripts_run = new Set();
 
 function start() {
@@ -20,11 +25,14 @@ function start() {
     document.addEventListener("input", note_input);
     addEventListener("beforeunload", event => changed_controls().length && event.preventDefault());
     addEventListener("popstate", went_back);
-    addEventListener("beforeprint", draw_all);
-    addEventListener("afterprint", draw_first);
+    // Paper cannot be scrolled.
+    addEventListener("beforeprint", () => page_lists.forEach(list => list.draw_all()));
+    addEventListener("afterprint", () => page_lists.forEach(list => list.redraw()));
     show(page_in(document));
     if (history.state?.fields)
         go(history.state.fields, {place: "same"});
+    else if (shown.name === "start" && !datasource_list(shown).length)
+        notice("info", "There is no data source. Add one with the driver NORDVALE_ISAM or Tabrin to odbc.ini, then load this page again.");
 }
 
 // What stands in a document that the server sent: {name, main, form, datasource, user, users}. The name is "start" for the
@@ -55,7 +63,7 @@ function datasource_of(form) {
 function show(page) {
     const main = document.querySelector("main");
     run_scripts(page.main, page.main === main);
-    drawn_lists = [];
+    page_lists = [];
     watch_records([], () => {});
     page.script = window[`${page.name}_page`]?.(page) ?? {};
     watch_records(page.script.records ?? [], edited);
@@ -78,22 +86,28 @@ function keep_menu(from, to) {
         to.querySelector(".menu")?.replaceWith(menu);
 }
 
-// The script of a page that came as an answer has to be run, once.
-function run_scripts(main, has_run) {
+// The scripts of a page that came as an answer have to be run, each of them once.
+function run_scripts(main, have_run) {
     for (const script of main.querySelectorAll("script")) {
-        if (!has_run && !scripts_run.has(script.textContent))
-            document.head.append(element("script", {}, script.textContent));
-        scripts_run.add(script.textContent);
+        if (!have_run)
+            run_script(script.textContent);
+        scripts_run.add(script.textContent.trim());
         script.remove();
     }
+}
+
+function run_script(text) {
+    if (!scripts_run.has(text.trim()))
+        document.head.append(element("script", {}, text));
+    scripts_run.add(text.trim());
 }
 
 // The reports page has no template of its own that could bring its script. A file comes with an error status, under which
 // a browser runs no script by its address; it can be read nevertheless.
 async function load_reports() {
-    for (const file of window.reports_page ? [] : ["rights_text.js", "reports.js"]) {
+    for (const file of window.reports_page ? [] : ["list.js", "rights_text.js", "reports.js"]) {
         const response = await fetch(`${location.origin}/${file}`);
-        document.head.append(element("script", {}, await response.text()));
+        run_script(await response.text());
     }
 }
 
@@ -117,8 +131,8 @@ function describe(page) {
 
 function edited(controls) {
     shown.script.edited?.(controls);
-    for (const list of drawn_lists)
-        show_state(list);
+    for (const list of page_lists)
+        list.show_state();
 }
 
 // Another data source or user is chosen in the lists than the page shows: what is on the page is not theirs.
@@ -164,30 +178,64 @@ async function may_leave() {
 
 // Asks, submits what the page's own script says, and looks at what became of it.
 async function submit(button) {
+    if (!shown.script.submission)
+        return;
     if (other_choice())
         return ask({title: "Press Refresh first", text: "Another data source or user has been chosen in the lists above than " +
             "this page shows."});
-    const plan = shown.script.submission?.(button);
-    if (!plan)
-        return;
+    const problem = await while_busy(read_again);
+    if (problem)
+        return notice("bad", `${explained(problem)} Nothing has been submitted.`);
+    const plan = shown.script.submission(button);
     if (plan.refusal)
         return ask(plan.refusal);
     if (await ask(plan.question))
         go(plan.fields, {plan, place: "same"});
 }
 
+// Others change the database too. So that the question tells what a submission really changes, the page is read once more
+// first. Gives a promise of what prevented that, or undefined.
+async function read_again() {
+    const answer = await request_page(view_fields(shown, shown.name, shown.user));
+    if (!answer.text)
+        return answer;
+    if (answer.text === shown.text)
+        return undefined;
+    const known = shown.text;
+    const changes = unsaved_changes();
+    await show_text(answer.text);
+    put_back(changes);
+    if (known)
+        notice("info", "The database has changed since this page was read. The page shows what holds now, with your own changes " +
+            "still to be submitted.");
+}
+
 // Posts the fields and shows the page that comes. `place` is "next" for a new entry in the browser's history.
-async function go(fields, {plan, place}) {
-    set_busy(true);
+function go(fields, {plan, place}) {
+    return while_busy(async () => {
+        const answer = await request_page(fields);
+        if (answer.text)
+            await show_answer(answer.text, {plan, place});
+        else if (plan)
+            await submission_failed(answer, plan);
+        else
+            view_failed(answer, fields);
+    });
+}
+
+// One request at a time, and a word to the reader when it takes long.
+async function while_busy(work) {
     clear_notices();
-    const answer = await request_page(fields);
-    if (answer.text)
-        await show_answer(answer.text, {plan, place});
-    else if (plan)
-        await submission_failed(answer, plan);
-    else
-        view_failed(answer, fields);
-    set_busy(false);
+    set_busy(true);
+    let waiting = null;
+    const timer = setTimeout(() => waiting = notice("info", "Waiting for the data source …"), 1000);
+    try {
+        return await work();
+    } finally {
+        clearTimeout(timer);
+        waiting?.remove();
+        set_busy(false);
+    }
 }
 
 function set_busy(on) {
@@ -211,6 +259,7 @@ async function show_answer(text, {plan, place}) {
 
 async function show_text(text) {
     const page = page_in(new DOMParser().parseFromString(text, "text/html"));
+    page.text = text;
     if (page.name === "reports")
         await load_reports();
     show(page);
@@ -235,6 +284,8 @@ function tell_outcome({done, problems}) {
 }
 
 async function went_back(event) {
+    if (location.hash)
+        return;
     if (busy || !await may_leave())
         return history.pushState({fields: view_fields(shown, shown.name, shown.user)}, "", "/");
     if (event.state?.fields)
@@ -245,31 +296,29 @@ async function went_back(event) {
 
 const advice = {
     "refused": "Press the button again to log in as the administrator of the data source.",
-    "unanswered": "Either the server is not running, or it could not open the data source: its database may be stopped or its " +
+    "unanswered": "Either the server is not running, or it could not open the data source: its database may be stopped, or its " +
         "entry in odbc.ini wrong. Try again, or choose another data source.",
-    "cut": "The connection broke. Try again.",
-    "error": "",
-    "too long": "Choose less at a time.",
+    "cut": "Try again.",
+    "too long": "Change less at a time.",
 };
+
+function explained(answer) {
+    return [answer.problem, advice[answer.kind]].filter(Boolean).join(" ");
+}
 
 // Nothing has been changed, neither on the page nor in the database.
 function view_failed(answer, fields) {
     const datasource = fields.find(([name]) => name === "datasource")?.[1];
     const page = fields.map(([name]) => /^(users|rights|reports)_refresh$/.exec(name)?.[1]).find(Boolean);
-    notice("bad", `${answer.problem} ${advice[answer.kind]}`, [`data source: ${datasource || "none"}`, `page: ${page}`]);
+    notice("bad", explained(answer), [`Data source: ${datasource || "none"}`, `Page: ${page}`]);
 }
 
-// It may have been carried out in part. So the list is read again, and what is not in it stays on the page as a change.
+// It may have been carried out in part. So the list is read again, and what it does not hold stays on the page as a change.
 async function submission_failed(answer, plan) {
-    const changes = unsaved_changes();
-    const again = await request_page(view_fields(shown, shown.name, shown.user));
-    if (again.text) {
-        await show_text(again.text);
-        put_back(changes);
-        notice("bad", `${answer.problem} ${advice[answer.kind]}`, ["The list has been read again and shows what holds now. " +
-            `${changed_controls().length ? "What is still marked as changed has not been carried out." : "Everything has been carried out."}`]);
-    } else {
-        notice("bad", `${answer.problem} ${advice[answer.kind]} Whether anything has been carried out is not known; nothing that you ` +
-            "typed is lost. This was to be done:", plan.question.items);
-    }
+    if (await read_again())
+        return notice("bad", `${explained(answer)} Whether anything has been carried out is not known. Nothing that you typed is ` +
+            "lost. This was to be done:", plan.question.items);
+    clear_notices();
+    notice("bad", explained(answer), ["The list has been read again and shows what holds now. What is still marked as changed " +
+        "can be submitted again."]);
 }

@@ -1,13 +1,12 @@
 // Reads what a rights page says from its text: in a fraction of the time that making a document of it takes.
-//
-// Two pages bring this file with them, so that it may be run twice: hence no const.
+"use strict";
 
-var privileges = ["select", "insert", "update", "delete"];
+const privileges = ["select", "insert", "update", "delete"];
 
-var cell = "<td bgcolor=#FFFFFF nowrap><font size=2>\\n([^<]*)</font></td>\\n";
-var box = privilege => "<td bgcolor=#FFFFFF align=center nowrap><font size=2>\\n" +
+const rights_cell = "<td bgcolor=#FFFFFF nowrap><font size=2>\\n([^<]*)</font></td>\\n";
+const rights_box = privilege => "<td bgcolor=#FFFFFF align=center nowrap><font size=2>\\n" +
     `<input type=checkbox name="([^"]*)_${privilege}" value=(ON checked|OFF)></input></font></td>\\n`;
-var rights_row = new RegExp(`<tr>\\n${cell.repeat(5)}${privileges.map(box).join("")}</tr>\\n`, "g");
+const rights_row = new RegExp(`<tr>\\n${rights_cell.repeat(5)}${privileges.map(rights_box).join("")}</tr>\\n`, "g");
 
 // What the text of a rights page says: {user, users, tables} with tables of {catalog, schema, table, key, grantor, grantee,
 // held}, where `key` is the beginning of the boxes' names and `held` has one boolean for each of `privileges`. A table that
