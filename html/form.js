@@ -5,7 +5,8 @@
 // The server reads 32768 bytes of a request at a time, header and body together; the rest is left to the header.
 const form_limit = 30000;
 
-// The body for [name, value] pairs. A form must not end in an empty value: the server gives no answer then.
+// The body for [name, value] pairs. A form must not end in an empty value, which gets no answer from the server, nor begin
+// with a name whose second character is a blank, which is taken for the rest of a header line.
 function encoded_form(fields) {
     return fields.map(([name, value]) => `${name}=${encoded_value(value)}`).join("&");
 }
@@ -24,6 +25,9 @@ function encoded_length(text) {
 function name_problem(name) {
     if (name.includes("="))
         return "its name holds a “=”";
+    // The part of a form that arrives with the request's header is searched for further header lines.
+    if (name.includes(":"))
+        return "its name holds a “:”";
     if (/^ /.test(name))
         return "its name begins with a blank";
     if (/[\r\n]/.test(name))

@@ -4,6 +4,7 @@ show of it. Wherever the two differ, it stands here."""
 from socket import socket
 
 import pyodbc
+import pytest
 
 from support import postgresql
 from support.pages import USERS, quoted_name
@@ -13,6 +14,9 @@ from support.source import ADMINISTRATOR, ODBC_DIR, PASSWORD, list_sources, outc
 # The sample: the pages' users, and tables in the order of their names. The second data source cannot be reached.
 
 NAME, UNREACHABLE = "accounts", "branch"
+
+# For tests of what no data source has a part in.
+ON_EMBEDDED = pytest.mark.parametrize("prepared_kind", ["embedded"], indirect=True)
 
 INVOICES = (NAME, "books", "invoices")
 ORDERS = (NAME, "north", "orders")
