@@ -74,7 +74,7 @@ function show(page) {
         main.replaceChildren(...page.main.childNodes);
     page.main = main;
     if (!document.getElementById("notices"))
-        main.prepend(element("div", {id: "notices"}));
+        (main.querySelector(".menu") ?? main.firstChild).after(element("div", {id: "notices"}));
     shown = page;
     document.title = title_of(page);
 }
