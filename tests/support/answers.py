@@ -20,7 +20,7 @@ TEMPLATE_PAGE = re.compile(
     rb"<p>\r\n"
     rb"<ADDRESS>Skiffhttp 1\.0 \(unix\) Server at [^ ]+ Port \d+</ADDRESS>\r\n"
 )
-MISSING_INCLUDE = re.compile(rb"<p>Include file " + HTML_PATH + rb"([a-z]+\.[a-z]+) not found/readable")
+MISSING_INCLUDE = re.compile(rb"<p>Include file " + HTML_PATH + rb"([a-z_]+\.[a-z]+) not found/readable")
 
 
 def error_page_pattern():
