@@ -15,7 +15,18 @@ let page_lists = [];
 
 const scripts_run = new Set();
 
-function start() {
+// What several pages need and their templates have no room for; the reports page has no template of its own.
+const page_files = {
+    users: ["list.js"],
+    rights: ["list.js", "rights_text.js"],
+    reports: ["list.js", "rights_text.js", "reports.js"],
+};
+
+const files_run = new Set();
+
+async function start() {
+    const page = page_in(document);
+    await run_files(page);
     window.tabwarden_ready = true;
     document.head.append(document.getElementById("script_style").content);
     document.addEventListener("submit", submitted);
@@ -28,7 +39,7 @@ function start() {
     // Paper cannot be scrolled.
     addEventListener("beforeprint", () => page_lists.forEach(list => list.draw_all()));
     addEventListener("afterprint", () => page_lists.forEach(list => list.redraw()));
-    show(page_in(document));
+    show(page);
     if (history.state?.fields)
         go(history.state.fields, {place: "same"});
     else if (shown.name === "start" && !datasource_list(shown).length)
@@ -102,12 +113,14 @@ function run_script(text) {
     scripts_run.add(text.trim());
 }
 
-// The reports page has no template of its own that could bring its script. A file comes with an error status, under which
-// a browser runs no script by its address; it can be read nevertheless.
-async function load_reports() {
-    for (const file of window.reports_page ? [] : ["list.js", "rights_text.js", "reports.js"]) {
+// A file comes with an error status, under which a browser runs no script by its address; it can be read nevertheless.
+async function run_files(page) {
+    for (const file of page_files[page.name] ?? []) {
+        if (files_run.has(file))
+            continue;
         const response = await fetch(`${location.origin}/${file}`);
         run_script(await response.text());
+        files_run.add(file);
     }
 }
 
@@ -260,8 +273,7 @@ async function show_answer(text, {plan, place}) {
 async function show_text(text) {
     const page = page_in(new DOMParser().parseFromString(text, "text/html"));
     page.text = text;
-    if (page.name === "reports")
-        await load_reports();
+    await run_files(page);
     show(page);
 }
 
