@@ -34,9 +34,13 @@ function ask({title, text, items, go, cancel, danger, extra}) {
 // Shows a message on top of the page until it is closed or the next request is made. `kind` is "good", "bad" or "info".
 // Gives its element.
 function notice(kind, title, items) {
+    const close = () => {
+        shown.remove();
+        document.querySelector("main").focus({preventScroll: true});
+    };
     const shown = element("div", {class: `notice ${kind}`, role: kind === "bad" ? "alert" : "status"},
         element("p", {}, title), item_list(items),
-        element("button", {type: "button", class: "close", "aria-label": "Close this message", onclick: () => shown.remove()}, "×"));
+        element("button", {type: "button", class: "close", "aria-label": "Close this message", onclick: close}, "×"));
     document.getElementById("notices").append(shown);
     // What is longer than the screen is read from its beginning.
     shown.scrollIntoView({block: "nearest"});

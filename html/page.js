@@ -17,18 +17,32 @@ const scripts_run = new Set();
 
 // What several pages need and their templates have no room for; the reports page has no template of its own.
 const page_files = {
-    users: ["list.js"],
-    rights: ["list.js", "rights_text.js"],
+    users: ["list.js", "submit.js"],
+    rights: ["list.js", "rights_text.js", "submit.js"],
     reports: ["list.js", "rights_text.js", "reports.js"],
 };
 
 const files_run = new Set();
 
 async function start() {
-    const page = page_in(document);
-    await run_files(page);
-    window.tabwarden_ready = true;
     document.head.append(document.getElementById("script_style").content);
+    add_listeners();
+    const page = page_in(document);
+    try {
+        await run_files(page);
+    } catch {
+        add_notices(page.main);
+        return notice("bad", "A part of this page has not arrived. Load it again.");
+    }
+    show(page);
+    window.tabwarden_ready = true;
+    if (history.state?.fields)
+        go(history.state.fields, {place: "same"});
+    else if (shown.name === "start" && !datasource_list(shown).length)
+        notice("info", "There is no data source. Add one with the driver NORDVALE_ISAM or Tabrin to odbc.ini, then load this page again.");
+}
+
+function add_listeners() {
     document.addEventListener("submit", submitted);
     document.addEventListener("change", note_choice);
     document.addEventListener("focusin", note_value);
@@ -39,11 +53,6 @@ async function start() {
     // Paper cannot be scrolled.
     addEventListener("beforeprint", () => page_lists.forEach(list => list.draw_all()));
     addEventListener("afterprint", () => page_lists.forEach(list => list.redraw()));
-    show(page);
-    if (history.state?.fields)
-        go(history.state.fields, {place: "same"});
-    else if (shown.name === "start" && !datasource_list(shown).length)
-        notice("info", "There is no data source. Add one with the driver NORDVALE_ISAM or Tabrin to odbc.ini, then load this page again.");
 }
 
 // What stands in a document that the server sent: {name, main, form, datasource, user, users}. The name is "start" for the
@@ -84,10 +93,14 @@ function show(page) {
     if (page.main !== main)
         main.replaceChildren(...page.main.childNodes);
     page.main = main;
-    if (!document.getElementById("notices"))
-        (main.querySelector(".menu") ?? main.firstChild).after(element("div", {id: "notices"}));
+    add_notices(main);
     shown = page;
     document.title = title_of(page);
+}
+
+function add_notices(main) {
+    if (!document.getElementById("notices"))
+        (main.querySelector(".menu") ?? main.firstChild).after(element("div", {id: "notices"}));
 }
 
 // Otherwise the browser would fetch its images anew.
@@ -189,46 +202,12 @@ async function may_leave() {
     });
 }
 
-// Asks, submits what the page's own script says, and looks at what became of it.
-async function submit(button) {
-    if (!shown.script.submission)
-        return;
-    if (other_choice())
-        return ask({title: "Press Refresh first", text: "Another data source or user has been chosen in the lists above than " +
-            "this page shows."});
-    const problem = await while_busy(read_again);
-    if (problem)
-        return notice("bad", `${explained(problem)} Nothing has been submitted.`);
-    const plan = shown.script.submission(button);
-    if (plan.refusal)
-        return ask(plan.refusal);
-    if (await ask(plan.question))
-        go(plan.fields, {plan, place: "same"});
-}
-
-// Others change the database too. So that the question tells what a submission really changes, the page is read once more
-// first. Gives a promise of what prevented that, or undefined.
-async function read_again() {
-    const answer = await request_page(view_fields(shown, shown.name, shown.user));
-    if (!answer.text)
-        return answer;
-    if (answer.text === shown.text)
-        return undefined;
-    const known = shown.text;
-    const changes = unsaved_changes();
-    await show_text(answer.text);
-    put_back(changes);
-    if (known)
-        notice("info", "The database has changed since this page was read. The page shows what holds now, with your own changes " +
-            "still to be submitted.");
-}
-
 // Posts the fields and shows the page that comes. `place` is "next" for a new entry in the browser's history.
 function go(fields, {plan, place}) {
     return while_busy(async () => {
-        const answer = await request_page(fields);
-        if (answer.text)
-            await show_answer(answer.text, {plan, place});
+        const answer = await prepared(await request_page(fields));
+        if (answer.page)
+            show_answer(answer.page, {plan, place});
         else if (plan)
             await submission_failed(answer, plan);
         else
@@ -257,10 +236,24 @@ function set_busy(on) {
     document.querySelector("main").setAttribute("aria-busy", String(on));
 }
 
-async function show_answer(text, {plan, place}) {
+// The answer with its text as a page that can be shown, and all files there that it needs.
+async function prepared(answer) {
+    if (!answer.text)
+        return answer;
+    const page = page_in(new DOMParser().parseFromString(answer.text, "text/html"));
+    page.text = answer.text;
+    try {
+        await run_files(page);
+        return {page};
+    } catch {
+        return {kind: "cut", problem: "A part of the page has not arrived."};
+    }
+}
+
+function show_answer(page, {plan, place}) {
     const before = shown;
     const focused = document.activeElement?.name;
-    await show_text(text);
+    show(page);
     shown.last_user = shown.user || before.last_user;
     remember(place);
     if (place === "next")
@@ -268,13 +261,6 @@ async function show_answer(text, {plan, place}) {
     focus_on(focused);
     if (plan)
         tell_outcome(plan.check(shown.script));
-}
-
-async function show_text(text) {
-    const page = page_in(new DOMParser().parseFromString(text, "text/html"));
-    page.text = text;
-    await run_files(page);
-    show(page);
 }
 
 // Coming back to a page must not submit anything again: what is remembered is only how to see it.
@@ -286,13 +272,6 @@ function remember(place) {
 function focus_on(name) {
     const control = name && shown.form?.querySelector(`[name="${CSS.escape(name)}"]:not([type=hidden])`);
     (control ?? shown.main).focus({preventScroll: true});
-}
-
-function tell_outcome({done, problems}) {
-    if (problems.length)
-        notice("bad", `${counted(problems.length, "change")} did not take effect:`, problems);
-    if (done)
-        notice("good", done);
 }
 
 async function went_back(event) {
@@ -323,14 +302,4 @@ function view_failed(answer, fields) {
     const datasource = fields.find(([name]) => name === "datasource")?.[1];
     const page = fields.map(([name]) => /^(users|rights|reports)_refresh$/.exec(name)?.[1]).find(Boolean);
     notice("bad", explained(answer), [`Data source: ${datasource || "none"}`, `Page: ${page}`]);
-}
-
-// It may have been carried out in part. So the list is read again, and what it does not hold stays on the page as a change.
-async function submission_failed(answer, plan) {
-    if (await read_again())
-        return notice("bad", `${explained(answer)} Whether anything has been carried out is not known. Nothing that you typed is ` +
-            "lost. This was to be done:", plan.question.items);
-    clear_notices();
-    notice("bad", explained(answer), ["The list has been read again and shows what holds now. What is still marked as changed " +
-        "can be submitted again."]);
 }
