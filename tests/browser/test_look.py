@@ -1,0 +1,151 @@
+"""What the style does to the pages, at the widths of a phone, a tablet and a desk. What it is like to read is for people."""
+
+import pytest
+from selenium.webdriver.common.action_chains import ActionChains
+from selenium.webdriver.common.keys import Keys
+
+from support.browser import (
+    PAGES,
+    button,
+    field,
+    find,
+    find_all,
+    press,
+    resize,
+    show_as,
+    switch_script_off,
+    visit,
+)
+from support.kinds import NAME, ON_EMBEDDED
+from support.sample import user_statement
+from support.source import ADMINISTRATOR
+
+pytestmark = ON_EMBEDDED
+
+WIDTHS = (360, 768, 1280)
+LONG_TABLES = [(NAME, "s" * 60, f"table_{number}_" + "t" * 100) for number in range(40)]
+ROW = "form > [align] ~ [bgcolor='#0a1965'] table tr"
+
+
+@pytest.fixture
+def long_lists(either):
+    either.make_tables(*LONG_TABLES)
+    either.source.execute(
+        user_statement("u" * 60, "d" * 200, "x"), *(user_statement(f"user{number}", "", "x") for number in range(30))
+    )
+
+
+@pytest.fixture(params=["with script", "without script"])
+def reader(request, browser):
+    """A browser of each kind of reader."""
+    if request.param == "without script":
+        switch_script_off(browser)
+    return browser
+
+
+def pages(driver, site):
+    """Shows one page after the other, the start page first, and gives their names."""
+    driver.get(site)
+    yield "start"
+    for page in PAGES:
+        press(driver, page)
+        yield page
+
+
+def in_every_width(driver, site):
+    for page in pages(driver, site):
+        for width in WIDTHS:
+            resize(driver, width)
+            yield page, width
+
+
+def test_no_page_is_wider_than_the_screen(reader, site, long_lists):
+    measure = "return [document.documentElement.scrollWidth, document.documentElement.clientWidth]"
+    for page, width in in_every_width(reader, site):
+        needed, there = reader.execute_script(measure)
+        assert needed <= there, (page, width)
+
+
+def test_whatever_can_be_pressed_is_24_pixels_wide_and_high(reader, site, long_lists):
+    measure = """
+        return [...document.querySelectorAll("a, button, input, select, summary")]
+            .filter(control => control.checkVisibility() && !control.closest(".skip"))
+            .map(control => [control.outerHTML.slice(0, 80), control.getBoundingClientRect()])
+            .filter(([, {width, height}]) => width < 24 || height < 24).map(([control]) => control)"""
+    for page, width in in_every_width(reader, site):
+        assert reader.execute_script(measure) == [], (page, width)
+
+
+def test_the_menu_marks_the_page_that_is_shown_by_a_bar(reader, site):
+    barred = {}
+    for page in pages(reader, site):
+        bars = {name: button(reader, name).value_of_css_property("border-bottom-color") for name in PAGES}
+        barred[page] = [name for name, colour in bars.items() if colour != "rgba(0, 0, 0, 0)"]
+    assert barred == {"start": [], "users": ["users"], "rights": ["rights"], "reports": ["reports"]}
+
+
+def test_each_page_has_a_heading_of_its_own(reader, site):
+    shown = [[title.text for title in find_all(reader, "h1") if title.is_displayed()] for _ in pages(reader, site)]
+    assert shown == [["Choose a data source"], ["Users"], ["Rights"], ["Reports"]]
+
+
+@pytest.mark.parametrize("page", ["users", "rights"])
+def test_the_titles_stay_in_sight_above_a_long_list(reader, site, long_lists, page):
+    visit(reader, site, page)
+    measure = """
+        const title = arguments[0].firstElementChild;
+        const {left, top, height} = title.getBoundingClientRect();
+        return [scrollY > 500, top >= 0 && top < 20, title.contains(document.elementFromPoint(left + 2, top + height / 2))]"""
+    for width in WIDTHS:
+        resize(reader, width, 500)
+        titles, *others = find_all(reader, ROW)
+        reader.execute_script("arguments[0].scrollIntoView({block: 'center'})", others[25])
+        assert reader.execute_script(measure, titles) == [True, True, True], width
+
+
+def test_the_titles_do_not_cover_what_has_the_focus(reader, site, long_lists):
+    visit(reader, site, "rights")
+    covered = """
+        const {left, top, width} = document.activeElement.getBoundingClientRect();
+        return document.elementFromPoint(left + width / 2, top + 2) !== document.activeElement"""
+    for width in WIDTHS:
+        resize(reader, width, 500)
+        reader.execute_script("arguments[0].focus()", find_all(reader, f"{ROW} input[type=checkbox]")[99])
+        for _ in range(40):
+            ActionChains(reader).key_down(Keys.SHIFT).send_keys(Keys.TAB).key_up(Keys.SHIFT).perform()
+            assert not reader.execute_script(covered), width
+
+
+def test_print_has_the_list_with_its_titles_on_each_sheet_and_nothing_to_press(reader, site, long_lists):
+    visit(reader, site, "rights")
+    rows = len(find_all(reader, ROW))
+    show_as(reader, scheme="dark", media="print")
+    display = "return getComputedStyle(document.querySelector('thead') ?? arguments[0]).display"
+    titles, *others = find_all(reader, ROW)
+    assert reader.execute_script(display, titles) == "table-header-group"
+    assert rows > 40 and all(row.is_displayed() for row in others if row.text)
+    pressed = "input[type=submit], input[type=image], .tools, .help, footer"
+    assert not [control for control in find_all(reader, pressed) if control.is_displayed()]
+    assert colours(reader) == ("rgba(255, 255, 255, 1)", "rgba(27, 30, 46, 1)")
+
+
+def colours(driver):
+    body = find(driver, "body")
+    return tuple(body.value_of_css_property(name) for name in ("background-color", "color"))
+
+
+def test_a_dark_screen_gets_a_dark_page(browser, site):
+    browser.get(site)
+    assert colours(browser) == ("rgba(255, 255, 255, 1)", "rgba(27, 30, 46, 1)")
+    show_as(browser, "dark")
+    assert colours(browser) == ("rgba(16, 19, 31, 1)", "rgba(228, 231, 243, 1)")
+
+
+def test_an_error_page_looks_like_the_others(browser, site):
+    switch_script_off(browser)
+    visit(browser, site, "users")
+    field(browser, f"{ADMINISTRATOR}_oldpassword").send_keys("wrong")
+    button(browser, "submit_users").click()
+    assert find(browser, "main > h1").text == "Error"
+    assert "Invalid manager password specified." in find(browser, "main").text
+    assert find(browser, "header").value_of_css_property("background-color") == "rgba(10, 25, 101, 1)"
