@@ -1,5 +1,9 @@
 """What the style does to the pages, at the widths of a phone, a tablet and a desk. What it is like to read is for people."""
 
+import threading
+from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
+from urllib.request import urlopen
+
 import pytest
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.keys import Keys
@@ -149,3 +153,42 @@ def test_an_error_page_looks_like_the_others(browser, site):
     assert find(browser, "main > h1").text == "Error"
     assert "Invalid manager password specified." in find(browser, "main").text
     assert find(browser, "header").value_of_css_property("background-color") == "rgba(10, 25, 101, 1)"
+
+
+@pytest.fixture
+def half_page(site):
+    """A server of nothing but the beginning of the start page, down to its list. Gives its address and what was posted."""
+    posted = []
+    with urlopen(site) as whole:
+        beginning = whole.read().partition(b"</select>")[0]
+
+    class Half(BaseHTTPRequestHandler):
+        def do_GET(self):
+            self.send_response(200)
+            self.send_header("Content-Type", "text/html")
+            self.end_headers()
+            self.wfile.write(beginning)
+
+        def do_POST(self):
+            posted.append(self.path)
+
+        def log_message(self, *_):
+            pass
+
+    with ThreadingHTTPServer(("127.0.0.1", 0), Half) as server:
+        thread = threading.Thread(target=server.serve_forever)
+        thread.start()
+        yield f"http://localhost:{server.server_port}/", posted
+        server.shutdown()
+        thread.join()
+
+
+def test_a_page_whose_end_has_not_come_sends_nothing(browser, half_page):
+    address, posted = half_page
+    browser.get(address)
+    button(browser, "users").click()
+    alert = browser.switch_to.alert
+    assert alert.text == "Nothing was sent: this page has not arrived whole yet. Wait until it has, or load it again."
+    alert.accept()
+    assert browser.current_url == address
+    assert posted == []
