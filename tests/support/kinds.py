@@ -156,6 +156,17 @@ class Embedded:
     def connection_string(self, user, password):
         return self.source.connection_string(*("{" + value.replace("}", "}}") + "}" for value in (user, password)))
 
+    def refuse_users(self):
+        """To add, change and delete any."""
+        for action in ("insert", "update", "delete"):
+            self.source.change(
+                f'create trigger refuse_{action} before {action} on "nordvale.system.user" '
+                "begin select raise(abort, 'refused'); end"
+            )
+
+    def drop_user(self, name):
+        self.source.execute(f"delete from nordvale.system.user where username = {sql_text(name)}")
+
     def admits(self, user, password):
         """Whether a connection of the user's own comes about."""
         try:
@@ -249,7 +260,7 @@ class Postgresql:
             "create schema public authorization pg_database_owner; grant usage on schema public to public;"
             + "".join(f"create role {sql_name(name)} login;" for name, _, _ in USERS[1:])
             + "".join(self._role_script(*user) for user in USERS)
-            + f"set local role {ADMINISTRATOR};"
+            + f"alter role {ADMINISTRATOR} createrole; set local role {ADMINISTRATOR};"
             + "".join(self._table_script(table) for table in TABLES)
             + "".join(self._grant_script(*grant) for grant in held_grants())
         )
@@ -294,6 +305,13 @@ class Postgresql:
             database=NAME,
         )
         self.grantors[table] = "warehouse"
+
+    def refuse_users(self):
+        """To add, change and delete any."""
+        self.server.execute(f"alter role {ADMINISTRATOR} nocreaterole")
+
+    def drop_user(self, name):
+        self.server.execute(f"drop owned by {sql_name(name)}; drop role {sql_name(name)}", database=NAME)
 
     def admits(self, user, password):
         """Whether a connection of the user's own comes about."""
