@@ -5,7 +5,7 @@ const privileges = ["select", "insert", "update", "delete"];
 
 const rights_cell = "<td bgcolor=#FFFFFF nowrap><font size=2>\\n([^<]*)</font></td>\\n";
 const rights_box = privilege => "<td bgcolor=#FFFFFF align=center nowrap><font size=2>\\n" +
-    `<input type=checkbox name="([^"]*)_${privilege}" value=(ON checked|OFF)></input></font></td>\\n`;
+    `<input type=checkbox name="([^"]*)_${privilege}" value=(ON checked|OFF)></input></font></td>\\n\\n`;
 const rights_row = new RegExp(`<tr>\\n${rights_cell.repeat(5)}${privileges.map(rights_box).join("")}</tr>\\n`, "g");
 
 // What the text of a rights page says: {user, users, tables} with tables of {catalog, schema, table, key, grantor, grantee,
