@@ -19,7 +19,7 @@ const scripts_run = new Set();
 const page_files = {
     users: ["list.js", "submit.js"],
     rights: ["list.js", "rights_text.js", "submit.js"],
-    reports: ["list.js", "rights_text.js", "reports.js"],
+    reports: ["rights_text.js", "reports.js"],
 };
 
 const files_run = new Set();
