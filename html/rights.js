@@ -1,13 +1,14 @@
 // The rights page: what its buttons would really do, asked before and looked at afterwards; columns and rows ticked at
 // once; the rights of another user and of public beside those of the one shown.
+"use strict";
 
-// Whether the marks of public were asked for, undefined until somebody has chosen.
+// Whether to mark what public has; undefined until somebody has chosen.
 var public_shown;
 
 // Takes an answer of the server before it is shown, makes its list, and gives what is needed to submit it.
 function rights_page(page) {
     const view = {page, records: [], submission: button =>
-        button === "submit_selection" ? selection_submission(view) : all_submission(view, button === "rights_grant")};
+        button === "submit_selection" ? selection_submission(view) : all_submission(view, button)};
     watch_choosers(page);
     const table = page.form.querySelector(":scope > table[bgcolor='#0A1965']:not([align]) table");
     if (table)
@@ -18,25 +19,24 @@ function rights_page(page) {
 function make_rights_list(view, table) {
     view.records = rights_records(table);
     table.rows[0].append(element("td", {}, "Row"));
-    const list = view.list = make_list({
-        table, records: view.records, columns: rights_columns(), noun: "table", place: table.closest("form > table"),
-        filters: [{label: "Only held", test: record => record.held.includes(true)}],
-    });
+    const columns = ["catalog", "schema", "table", "grantor", "grantee"].map(name => ({key: record => record[name]}));
+    columns.push(...privileges.map((_, p) => ({key: record => Number(!record.boxes[p]?.checked)})), null);
+    const list = view.list = make_list({table, records: view.records, columns, noun: "table",
+        filters: [{label: "Only held", test: record => record.held.includes(true)}], place: table.closest("form > table")});
     const by_row = new Map(view.records.map(record => [record.row, record]));
     const dress = rows => rows.forEach(row => by_row.has(row) && dress_row(by_row.get(row)));
     dress([...list.body.rows]);
     new MutationObserver(drawn => drawn.forEach(({addedNodes}) => dress(addedNodes))).observe(list.body, {childList: true});
-    add_head_buttons(table);
+    privileges.forEach((privilege, p) => add_head_buttons(list.titles.cells[5 + p], privilege));
     table.addEventListener("click", ({target}) => {
         const button = target.closest("button.fill");
         if (button)
-            fill_boxes(view, button, by_row.get(button.closest("tr")));
+            fill_boxes(list, button, by_row.get(button.closest("tr")));
     });
-    list.tools.append(
-        ...(view.page.user === "public" ? [] : [public_toggle(view)]),
-        element("button", {type: "button", onclick: () => copy_rights(view)}, "Copy rights from…"),
-        element("button", {type: "button", onclick: () => show_sql(view)}, "Changes as SQL"),
-    );
+    if (view.page.user !== "public")
+        list.tools.append(public_toggle(view));
+    list.tools.append(element("button", {type: "button", onclick: () => copy_rights(view)}, "Copy rights…"),
+        element("button", {type: "button", onclick: () => show_sql(view)}, "Changes as SQL…"));
 }
 
 // What a cell shows, behind the line feed of its begin. A blank of its own kind stands for an empty name.
@@ -46,8 +46,8 @@ function cell_value(cell) {
 }
 
 // Tells tables apart, which their dotted names do not: there is a."b.c" and "a.b".c.
-function table_id(table) {
-    return [table.catalog, table.schema, table.table].join("\0");
+function table_id({catalog, schema, table}) {
+    return [catalog, schema, table].join("\0");
 }
 
 // One record for each table. Where several have granted on it, it comes in as many rows, whose boxes are one to the server.
@@ -63,8 +63,6 @@ function rights_records(table) {
             records.set(id, record);
     }
     const all = [...records.values()];
-    for (const record of all)
-        record.held = record.boxes.map(box => box.defaultChecked);
     find_problems(all);
     return all;
 }
@@ -73,17 +71,15 @@ function rights_record(row) {
     const [catalog, schema, table, grantor, grantee] = [...row.cells].slice(0, 5).map(cell_value);
     const boxes = [...row.getElementsByTagName("input")];
     const key = boxes.length ? boxes[0].name.slice(0, -"_select".length) : [catalog, schema, table].join(".");
-    return {row, text: key.toLowerCase(), catalog, schema, table, key, grantor, grantee, boxes};
+    return {row, text: key.toLowerCase(), catalog, schema, table, key, grantor, grantee, boxes,
+        held: boxes.map(box => box.checked)};
 }
 
 function merge_record(record, other) {
-    if (!record.grantor.split(", ").includes(other.grantor)) {
-        record.grantor += `, ${other.grantor}`;
-        record.row.cells[3].firstChild.textContent = record.grantor;
-    }
-    record.boxes.forEach((box, p) => {
-        box.defaultChecked = box.checked = box.checked || other.boxes[p].checked;
-    });
+    if (!record.grantor.split(", ").includes(other.grantor))
+        record.row.cells[3].firstChild.textContent = record.grantor += `, ${other.grantor}`;
+    record.held = record.held.map((held, p) => held || other.held[p]);
+    record.boxes.forEach((box, p) => box.defaultChecked = box.checked = record.held[p]);
 }
 
 // Gives each record `twins`, the tables that share its boxes to the server; `sendable`, whether the boxes can be sent; and
@@ -95,7 +91,7 @@ function find_problems(records) {
     for (const record of records) {
         record.twins = twins.get(record.key);
         record.problem = name_problem(record.key);
-        record.sendable = record.boxes.length > 0 && !record.problem;
+        record.sendable = record.problem === "";
         if (!record.boxes.length)
             record.problem = "its name is too long";
         else if (record.twins.length > 1)
@@ -104,7 +100,7 @@ function find_problems(records) {
     }
 }
 
-// What a row gets when it is drawn: thousands of them never are.
+// What a row gets when it is first drawn: of thousands most never are.
 function dress_row(record) {
     if (record.row.cells.length > 9)
         return;
@@ -114,8 +110,7 @@ function dress_row(record) {
     });
     if (record.problem)
         record.row.cells[2].append(element("div", {class: "reason"}, `Cannot be changed here: ${record.problem}.`));
-    record.row.append(element("td", {},
-        ...(record.problem ? [] : fill_buttons(`the four boxes of ${record.key}`, ""))));
+    record.row.append(element("td", {}, ...record.problem ? [] : fill_buttons(`the four boxes of ${record.key}`)));
 }
 
 function label_box(record, p) {
@@ -125,39 +120,23 @@ function label_box(record, p) {
         (box.nextElementSibling ? ", granted to public" : ""));
 }
 
-// The two buttons that tick and clear several boxes: `what` names them.
-function fill_buttons(what, p) {
-    return [["All", "tick"], ["None", "clear"]].map(([text, verb]) => element("button", {type: "button", class: "fill",
-        value: verb, "data-privilege": p, title: `${verb} ${what}`, "aria-label": `${text}: ${verb} ${what}`}, text));
+// The two buttons that tick and clear several boxes at once: `what` names them.
+function fill_buttons(what) {
+    return [["All", "tick"], ["None", "clear"]].map(([text, value]) =>
+        element("button", {type: "button", class: "fill", value, title: `${value} ${what}`}, text));
 }
 
-function add_head_buttons(table) {
-    privileges.forEach((privilege, p) => {
-        const head = table.tHead.rows[0].cells[5 + p];
-        // Otherwise each cell of the column is read out with what the buttons do.
-        head.setAttribute("aria-label", privilege);
-        head.append(element("div", {}, ...fill_buttons(`${privilege} on all tables that match the filter`, String(p))));
-    });
+function add_head_buttons(head, privilege) {
+    // Otherwise each cell of the column is read out with its buttons.
+    head.setAttribute("aria-label", privilege);
+    head.append(element("div", {}, ...fill_buttons(`${privilege} on all tables that match the filter`)));
 }
 
 // `record`: that of the button's row, none in the head.
-function fill_boxes(view, button, record) {
-    const p = Number(button.dataset.privilege);
-    const boxes = record ? record.controls : view.list.shown().flatMap(each => each.controls.slice(p, p + 1));
-    set_boxes(boxes.map(box => [box, button.value === "tick"]));
-}
-
-// Takes [box, whether it is to be ticked] pairs. Gives how many boxes that changes.
-function set_boxes(pairs) {
-    const changes = pairs.filter(([box, ticked]) => box.checked !== ticked);
-    change(changes);
-    return changes.length;
-}
-
-function rights_columns() {
-    const names = ["catalog", "schema", "table", "grantor", "grantee"].map(name => record => record[name]);
-    const ticked = privileges.map((_, p) => record => (record.boxes[p]?.checked ? 0 : 1));
-    return [...[...names, ...ticked].map(key => ({key})), null];
+function fill_boxes(list, button, record) {
+    const p = button.closest("td, th").cellIndex - 5;
+    const boxes = record ? record.controls : list.shown().flatMap(each => each.controls.slice(p, p + 1));
+    change(boxes.map(box => [box, button.value === "tick"]));
 }
 
 // The buttons stay off until Refresh has shown what was chosen: until then the boxes are somebody else's.
@@ -166,12 +145,10 @@ function watch_choosers(page) {
     const buttons = page.form.querySelectorAll("[name=rights_grant], [name=rights_revoke], [name=submit_selection]");
     const look = () => {
         note.textContent = choice_problem(page);
-        for (const button of buttons)
-            button.disabled = note.textContent !== "";
+        buttons.forEach(button => button.disabled = note.textContent !== "");
     };
     buttons[0]?.closest("form > table").after(note);
-    for (const chooser of page.form.querySelectorAll("select"))
-        chooser.addEventListener("change", look);
+    page.form.querySelectorAll("select").forEach(chooser => chooser.addEventListener("change", look));
     look();
 }
 
@@ -186,20 +163,9 @@ function choice_problem(page) {
         "Press Refresh to go on.";
 }
 
-function rights_fields(page, user, names) {
-    return [["datasource", page.datasource], ["last_datasource", page.datasource], ["isamuser", user],
+function rights_fields({datasource}, user, names) {
+    return [["datasource", datasource], ["last_datasource", datasource], ["isamuser", user],
         ...["rights_refresh", ...names].map(name => [name, ""]), ["form_end", "1"]];
-}
-
-// "grant update on sales.public.orders to anna"
-function change_text({record, p, verb}, user) {
-    return `${verb} ${privileges[p]} on ${record.key} ${verb === "grant" ? "to" : "from"} ${user}`;
-}
-
-// What was ticked and cleared: {record, p, verb} each, p being the privilege's place.
-function asked_changes(view) {
-    return view.records.flatMap(record => record.controls.flatMap((box, p) =>
-        box.checked === record.held[p] ? [] : [{record, p, verb: box.checked ? "grant" : "revoke"}]));
 }
 
 // The server grants what has its box in the form and revokes the rest. Tables that share boxes get one if all of them hold
@@ -208,15 +174,23 @@ function is_posted(record, p) {
     return record.sendable && record.twins.every(twin => twin.boxes[p].checked);
 }
 
-// What every submission revokes besides, as the boxes cannot be sent.
-function forced_changes(view) {
-    return view.records.filter(record => record.problem).flatMap(record => record.boxes.flatMap((box, p) =>
-        box.checked && !is_posted(record, p) ? [{record, p, verb: "revoke"}] : []));
+// What a submission changes, first what nobody asked for (`forced`); `p` is the privilege's place.
+function pending_changes({records, page: {user}}) {
+    const changes = records.flatMap(record => record.held.flatMap((held, p) => {
+        const verb = held ? "revoke" : "grant";
+        return held === is_posted(record, p) ? []
+            : [{record, p, verb, forced: record.problem !== "", text: statement(verb, privileges[p], record.key, user)}];
+    }));
+    return [...changes.filter(({forced}) => forced), ...asked_of(changes)];
 }
 
-function posted_boxes(view) {
-    return new Set(view.records.flatMap(record =>
-        record.boxes.filter((_, p) => is_posted(record, p)).map(box => box.name)));
+function asked_of(changes) {
+    return changes.filter(({forced}) => !forced);
+}
+
+// "grant update on sales.public.orders to anna"
+function statement(verb, privilege, table, user) {
+    return `${verb} ${privilege} on ${table} ${verb === "grant" ? "to" : "from"} ${user}`;
 }
 
 function counted_changes(changes) {
@@ -225,96 +199,84 @@ function counted_changes(changes) {
 }
 
 function selection_submission(view) {
-    const {user} = view.page;
-    const asked = asked_changes(view), forced = forced_changes(view);
+    const {page, page: {user}, records} = view;
+    const changes = pending_changes(view), asked = asked_of(changes), forced = changes.length - asked.length;
     if (!asked.length)
         return {refusal: {title: "Nothing has been changed", text: "All boxes are as they were, so nothing was sent."}};
-    const fields = rights_fields(view.page, user, [...posted_boxes(view), "submit_selection"]);
+    const names = records.flatMap(record => record.boxes.filter((_, p) => is_posted(record, p)).map(box => box.name));
+    const fields = rights_fields(page, user, [...new Set(names), "submit_selection"]);
     const length = encoded_length(encoded_form(fields));
     if (length > form_limit)
-        return {refusal: too_long(view, length)};
-    const changes = [...forced, ...asked];
+        return {refusal: too_long(length, asked, user)};
     return {
         fields,
         question: {
             title: `Change the privileges of ${user}?`,
-            text: `${counted_changes(changes)} in the database:` + (forced.length ? forced_text(forced) : ""),
-            items: changes.map((each, at) =>
-                change_text(each, user) + (at < forced.length ? ` (not asked for: ${each.record.problem})` : "")),
+            text: `${counted_changes(changes)} in the database:` + (forced ? ` The first ${forced === 1 ? "was" : `${forced} were`} ` +
+                "not asked for but cannot be avoided: these boxes cannot be sent, and the server revokes what is not sent. To " +
+                "keep the privileges, cancel and run the rest as SQL (below)." : ""),
+            items: changes.map(each => each.text + (each.forced ? ` (not asked for: ${each.record.problem})` : "")),
             go: "Submit",
-            danger: forced.length > 0,
-            extra: forced.length ? sql_box(asked, user) : null,
+            danger: forced > 0,
+            extra: forced ? sql_box(asked, user) : null,
         },
         check: next => check_changes(next, changes, user),
     };
 }
 
-function forced_text({length}) {
-    return ` The first ${length === 1 ? "was" : `${length} were`} not asked for but cannot be avoided: these boxes cannot ` +
-        "be sent, and the server revokes what is not sent. To keep the privileges, cancel and run the rest as SQL (below).";
-}
-
-function too_long(view, length) {
-    const {user} = view.page;
+function too_long(length, asked, user) {
     return {
         title: "Too many ticked boxes",
         text: `The form would have ${counted(length, "byte")}; ${counted(form_limit, "byte")} can be sent safely. The server ` +
             "cuts a longer one and revokes the privileges whose boxes are lost. So nothing was sent, and nothing has " +
             `changed. If ${user} is to hold everything or nothing, use Grant All or Revoke All. If not, run the changes as SQL:`,
-        extra: sql_box(asked_changes(view), user),
+        extra: sql_box(asked, user),
     };
 }
 
 // Whether the changes are in the list that came back.
 function check_changes(next, changes, user) {
     const after = new Map(next.page?.user === user ? next.records.map(record => [table_id(record), record]) : []);
-    const state = ({record, p, verb}) => {
+    const problem = ({record, p, verb}) => {
         const found = after.get(table_id(record));
         return !found ? " cannot be seen in the list that came back"
             : found.held[p] === (verb === "grant") ? "" : " was refused by the database";
     };
-    const done = changes.filter(each => !state(each));
+    const done = changes.filter(each => !problem(each));
     return {
         done: done.length ? `${counted_changes(done)} ${done.length === 1 ? "was" : "were"} carried out for ${user}.` : "",
-        problems: changes.filter(state).map(each => change_text(each, user) + state(each)),
+        problems: changes.filter(problem).map(each => each.text + problem(each)),
     };
 }
 
-function all_submission(view, grants) {
-    const {user, datasource} = view.page;
-    const name = grants ? "Grant All" : "Revoke All";
-    const unsaved = asked_changes(view).length;
-    const changing = view.records.filter(record => !has_all(record, grants)).length;
+function all_submission(view, button) {
+    const {page, page: {user}, records} = view;
+    const [verb, name, deed] = button === "rights_grant"
+        ? ["grant", "Grant All", `grants select, insert, update and delete to ${user}`]
+        : ["revoke", "Revoke All", `takes all privileges away from ${user}`];
+    const differing = all => all.filter(record => record.held.includes(verb === "revoke"));
+    const unsaved = asked_of(pending_changes(view)).length;
     return {
-        fields: rights_fields(view.page, user, [grants ? "rights_grant" : "rights_revoke"]),
+        fields: rights_fields(page, user, [button]),
         question: {
-            title: grants ? `Grant everything to ${user}?` : `Revoke everything from ${user}?`,
-            text: `${name} ${grants ? `grants select, insert, update and delete to ${user}`
-                : `takes all privileges away from ${user}`} on every table of ${datasource}, whatever is ticked or ` +
-                `filtered: ${counted(view.records.length, "table")}, of which ${changing.toLocaleString("en")} would change.` +
-                (user === "public" ? " What public holds, every user has." : "") +
+            title: `${name} for ${user}?`,
+            text: `${name} ${deed} on every table of ${page.datasource}, whatever is ticked or filtered: ` +
+                `${counted(records.length, "table")}, of which ${differing(records).length.toLocaleString("en")} would change.` +
+                (user === "public" ? " What public has, every user has." : "") +
                 (unsaved ? ` ${counted(unsaved, "change")} not submitted will be lost.` : ""),
             go: name,
             danger: true,
         },
-        check: next => check_all(view, next, grants),
-    };
-}
-
-// Whether the table has nothing left to be granted or revoked.
-function has_all(record, grants) {
-    return !record.held.includes(!grants);
-}
-
-function check_all({page: {user}, records}, next, grants) {
-    const after = next.page?.user === user ? next.records : records;
-    const left = after.filter(record => !has_all(record, grants));
-    if (left.length)
-        notice("info", `${grants ? "Grant All" : "Revoke All"} ends at the first table where the database refuses.`);
-    return {
-        done: left.length ? "" : `${user} now holds ${grants ? "all" : "none"} of the four privileges on ` +
-            `${counted(after.length, "table")}.`,
-        problems: left.map(({key}) => `${grants ? "grant" : "revoke"} all on ${key} ${grants ? "to" : "from"} ${user}`),
+        check: next => {
+            const left = differing(next.page?.user === user ? next.records : records);
+            if (left.length)
+                notice("info", `${name} ends at the first table where the database refuses.`);
+            return {
+                done: left.length ? "" : `${user} now holds ${verb === "grant" ? "all" : "none"} of the four privileges on ` +
+                    `${counted(next.records.length, "table")}.`,
+                problems: left.map(({key}) => statement(verb, "all", key, user)),
+            };
+        },
     };
 }
 
@@ -323,9 +285,9 @@ function quoted_sql(name) {
 }
 
 function change_sql({record: {catalog, schema, table}, p, verb}, user) {
-    const name = [...catalog ? [catalog] : [], ...catalog || schema ? [schema] : [], table].map(quoted_sql).join(".");
+    const names = catalog ? [catalog, schema, table] : schema ? [schema, table] : [table];
     const grantee = user === "public" ? user : quoted_sql(user);
-    return `${verb} ${privileges[p]} on ${name} ${verb === "grant" ? "to" : "from"} ${grantee};\n`;
+    return `${statement(verb, privileges[p], names.map(quoted_sql).join("."), grantee)};\n`;
 }
 
 // The statements, and a button that copies them.
@@ -336,12 +298,11 @@ function sql_box(changes, user) {
     const copy = async () => {
         result.textContent = await copy_text(area.value) ? " Copied." : " Not copied: select the text and use the keyboard.";
     };
-    return element("div", {class: "sql"}, area,
-        element("p", {}, element("button", {type: "button", onclick: copy}, "Copy"), result));
+    return element("div", {class: "sql"}, area, element("button", {type: "button", onclick: copy}, "Copy"), result);
 }
 
 function show_sql(view) {
-    const changes = asked_changes(view);
+    const changes = asked_of(pending_changes(view));
     ask({
         title: "Changes as SQL",
         text: changes.length ? `${counted_changes(changes)}, not submitted:` : "Nothing has been changed.",
@@ -349,12 +310,11 @@ function show_sql(view) {
     });
 }
 
-// Gives a promise of {held}, from table_id to what the user holds, or {problem}.
+// Gives a promise of {held}, from table_id to what the user holds, or of {problem}.
 async function read_user(page, user) {
-    const answer = await request_page(rights_fields(page, user, []));
-    if (answer.problem)
-        return answer;
-    return {held: new Map(read_rights(answer.text).tables.map(table => [table_id(table), table.held]))};
+    const {text, problem} = await request_page(rights_fields(page, user, []));
+    return problem ? {problem: `The rights of ${user} could not be read. ${problem}`}
+        : {held: new Map(read_rights(text).tables.map(table => [table_id(table), table.held]))};
 }
 
 // Sets the boxes of the tables that match the filter to what another user holds.
@@ -375,17 +335,18 @@ async function copy_rights(view) {
         return;
     const {held, problem} = await read_user(page, choice.value);
     if (problem)
-        return notice("bad", `The rights of ${choice.value} could not be read. ${problem}`);
-    const count = set_boxes(records.filter(record => held.has(table_id(record))).flatMap(record =>
-        record.controls.map((box, p) => [box, held.get(table_id(record))[p]])));
-    notice("info", `${counted(count, "change")} made to the boxes of ${tables}, as ${choice.value} holds them. ` +
+        return notice("bad", problem);
+    const pairs = records.flatMap(record => record.controls.map((box, p) => [box, held.get(table_id(record))?.[p]]))
+        .filter(([box, ticked]) => ticked === !box.checked);
+    change(pairs);
+    notice("info", `${counted(pairs.length, "change")} made to the boxes of ${tables}, as ${choice.value} holds them. ` +
         "Look through them, then press Submit Selection.");
 }
 
 function public_toggle(view) {
     const toggle = element("input", {type: "checkbox", onchange: () => {
         public_shown = toggle.checked;
-        show_public(view, toggle, true);
+        show_public(view, toggle);
     }});
     // Of more tables the rights take a while, for which only those should wait who want to see them.
     toggle.checked = public_shown ?? view.records.length < 1000;
@@ -394,21 +355,15 @@ function public_toggle(view) {
 }
 
 // Marks what everybody may do, or takes the marks away.
-async function show_public(view, toggle, tell) {
-    let held;
-    if (toggle.checked) {
-        const rights = await (view.public_rights ??= read_user(view.page, "public"));
-        if (rights.problem) {
-            view.public_rights = null;
-            toggle.checked = false;
-            if (tell)
-                notice("bad", `What public has could not be read. ${rights.problem}`);
-        } else if (toggle.checked) {
-            held = rights.held;
-        }
+async function show_public(view, toggle) {
+    const {held, problem} = toggle.checked ? await (view.public_rights ??= read_user(view.page, "public")) : {};
+    if (problem) {
+        view.public_rights = null;
+        toggle.checked = false;
+        notice("info", problem);
     }
     for (const record of view.records)
-        mark_public(record, held?.get(table_id(record)));
+        mark_public(record, toggle.checked && held?.get(table_id(record)));
 }
 
 function mark_public(record, held) {
