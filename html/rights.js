@@ -95,7 +95,7 @@ function find_problems(records) {
         if (!record.boxes.length)
             record.problem = "its name is too long";
         else if (record.twins.length > 1)
-            record.problem ||= "the server takes it and another table of the list for one";
+            record.problem ||= "the server cannot tell it from another table";
         record.controls = record.problem ? [] : record.boxes;
     }
 }
@@ -212,9 +212,9 @@ function selection_submission(view) {
         fields,
         question: {
             title: `Change the privileges of ${user}?`,
-            text: `${counted_changes(changes)} in the database:` + (forced ? ` The first ${forced === 1 ? "was" : `${forced} were`} ` +
-                "not asked for but cannot be avoided: these boxes cannot be sent, and the server revokes what is not sent. To " +
-                "keep the privileges, cancel and run the rest as SQL (below)." : ""),
+            text: `${counted_changes(changes)} in the database.` + (forced ? ` The first ${forced === 1 ? "was" : `${forced} were`} ` +
+                "not asked for, but come with every submission, for the reason given. To keep the privileges, cancel and " +
+                "run the rest as SQL (below)." : ""),
             items: changes.map(each => each.text + (each.forced ? ` (not asked for: ${each.record.problem})` : "")),
             go: "Submit",
             danger: forced > 0,
