@@ -2,8 +2,8 @@
 // once; the rights of another user and of public beside those of the one shown.
 "use strict";
 
-// Whether to mark what public has; undefined until somebody has chosen.
-var public_shown;
+// Whether to mark what public has, on the next pages too.
+var public_shown = false;
 
 // Takes an answer of the server before it is shown, makes its list, and gives what is needed to submit it.
 function rights_page(page) {
@@ -348,8 +348,7 @@ function public_toggle(view) {
         public_shown = toggle.checked;
         show_public(view, toggle);
     }});
-    // Of more tables the rights take a while, for which only those should wait who want to see them.
-    toggle.checked = public_shown ?? view.records.length < 1000;
+    toggle.checked = public_shown;
     show_public(view, toggle);
     return element("label", {}, toggle, " Show what public has");
 }

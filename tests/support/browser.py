@@ -165,5 +165,7 @@ def visit(driver, site, page, user=None):
 
 
 def show_rights(driver, user):
-    Select(field(driver, "isamuser")).select_by_value(user)
+    chooser = Select(field(driver, "isamuser"))
+    # By its value is not possible where that holds a backslash.
+    chooser.select_by_index([option.get_attribute("value") for option in chooser.options].index(user))
     press(driver, "rights_refresh")
