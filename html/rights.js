@@ -18,6 +18,7 @@ function rights_page(page) {
 
 function make_rights_list(view, table) {
     view.records = rights_records(table);
+    table.classList.add("rights_list");
     table.rows[0].append(element("td", {}, "Row"));
     const columns = ["catalog", "schema", "table", "grantor", "grantee"].map(name => ({key: record => record[name]}));
     columns.push(...privileges.map((_, p) => ({key: record => Number(!record.boxes[p]?.checked)})), null);
