@@ -142,7 +142,7 @@ function fill_boxes(list, button, record) {
 
 // The buttons stay off until Refresh has shown what was chosen: until then the boxes are somebody else's.
 function watch_choosers(page) {
-    const note = element("p", {class: "hint", role: "status"});
+    const note = element("p", {class: "choice", role: "status"});
     const buttons = page.form.querySelectorAll("[name=rights_grant], [name=rights_revoke], [name=submit_selection]");
     const look = () => {
         note.textContent = choice_problem(page);
@@ -334,13 +334,13 @@ async function copy_rights(view) {
     });
     if (!agreed)
         return;
-    const {held, problem} = await read_user(page, choice.value);
+    const {held, problem} = await while_busy(() => read_user(page, choice.value));
     if (problem)
         return notice("bad", problem);
     const pairs = records.flatMap(record => record.controls.map((box, p) => [box, held.get(table_id(record))?.[p]]))
         .filter(([box, ticked]) => ticked === !box.checked);
     change(pairs);
-    notice("info", `${counted(pairs.length, "change")} made to the boxes of ${tables}, as ${choice.value} holds them. ` +
+    notice("info", `${counted(pairs.length, "change")} made to the boxes of ${tables} to match what ${choice.value} holds. ` +
         "Look through them, then press Submit Selection.");
 }
 

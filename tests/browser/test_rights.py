@@ -396,7 +396,13 @@ def test_the_rights_of_another_user_are_copied_where_the_filter_matches(browser,
     chooser.select_by_value("mary")
     answer_question(browser)
     assert told(browser) == [
-        ("info", ["3 changes made to the boxes of 1 table, as mary holds them. Look through them, then press Submit Selection."])
+        (
+            "info",
+            [
+                "3 changes made to the boxes of 1 table to match what mary holds. "
+                "Look through them, then press Submit Selection."
+            ],
+        )
     ]
     assert asked(browser, "submit_selection") == [
         "grant select on accounts.north.orders to bob",
