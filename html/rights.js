@@ -22,12 +22,14 @@ function make_rights_list(view, table) {
     table.rows[0].append(element("td", {}, "Row"));
     const columns = ["catalog", "schema", "table", "grantor", "grantee"].map(name => ({key: record => record[name]}));
     columns.push(...privileges.map((_, p) => ({key: record => Number(!record.boxes[p]?.checked)})), null);
-    const list = view.list = make_list({table, records: view.records, columns, noun: "table",
-        filters: [{label: "Only held", test: record => record.held.includes(true)}], place: table.closest("form > table")});
+    const filters = [{label: "Only held", test: record => record.held.includes(true)}];
+    const place = table.closest("form > table");
+    const list = view.list = make_list({table, records: view.records, columns, noun: "table", filters, place});
     const by_row = new Map(view.records.map(record => [record.row, record]));
     const dress = rows => rows.forEach(row => by_row.has(row) && dress_row(by_row.get(row)));
     dress([...list.body.rows]);
-    new MutationObserver(drawn => drawn.forEach(({addedNodes}) => dress(addedNodes))).observe(list.body, {childList: true});
+    const observer = new MutationObserver(drawn => drawn.forEach(({addedNodes}) => dress(addedNodes)));
+    observer.observe(list.body, {childList: true});
     privileges.forEach((privilege, p) => add_head_buttons(list.titles.cells[5 + p], privilege));
     table.addEventListener("click", ({target}) => {
         const button = target.closest("button.fill");
@@ -51,7 +53,8 @@ function table_id({catalog, schema, table}) {
     return [catalog, schema, table].join("\0");
 }
 
-// One record for each table. Where several have granted on it, it comes in as many rows, whose boxes are one to the server.
+// One record for each table. Where several have granted on it, it comes in as many rows, whose boxes are one to the
+// server.
 function rights_records(table) {
     const records = new Map();
     for (const row of [...table.rows].slice(1)) {
@@ -83,8 +86,8 @@ function merge_record(record, other) {
     record.boxes.forEach((box, p) => box.defaultChecked = box.checked = record.held[p]);
 }
 
-// Gives each record `twins`, the tables that share its boxes to the server; `sendable`, whether the boxes can be sent; and
-// `problem`, why the row cannot be edited.
+// Gives each record `twins`, the tables that share its boxes to the server; `sendable`, whether the boxes can be sent;
+// and `problem`, why the row cannot be edited.
 function find_problems(records) {
     const twins = new Map();
     for (const record of records)
@@ -154,7 +157,8 @@ function watch_choosers(page) {
 }
 
 function choice_problem(page) {
-    const [source, user] = ["datasource", "isamuser"].map(name => page.form.querySelector(`select[name=${name}]`)?.value);
+    const [source, user] = ["datasource", "isamuser"].map(name =>
+        page.form.querySelector(`select[name=${name}]`)?.value);
     if (!page.user)
         return "There is no user whose privileges could be changed.";
     if (page.user.includes("\uFFFD"))
@@ -169,8 +173,8 @@ function rights_fields({datasource}, user, names) {
         ...["rights_refresh", ...names].map(name => [name, ""]), ["form_end", "1"]];
 }
 
-// The server grants what has its box in the form and revokes the rest. Tables that share boxes get one if all of them hold
-// the privilege, so that nothing is granted that nobody asked for.
+// The server grants what has its box in the form and revokes the rest. Tables that share boxes get one if all of them
+// hold the privilege, so that nothing is granted that nobody asked for.
 function is_posted(record, p) {
     return record.sendable && record.twins.every(twin => twin.boxes[p].checked);
 }
@@ -178,9 +182,11 @@ function is_posted(record, p) {
 // What a submission changes, first what nobody asked for (`forced`); `p` is the privilege's place.
 function pending_changes({records, page: {user}}) {
     const changes = records.flatMap(record => record.held.flatMap((held, p) => {
+        if (held === is_posted(record, p))
+            return [];
         const verb = held ? "revoke" : "grant";
-        return held === is_posted(record, p) ? []
-            : [{record, p, verb, forced: record.problem !== "", text: statement(verb, privileges[p], record.key, user)}];
+        const text = statement(verb, privileges[p], record.key, user);
+        return [{record, p, verb, text, forced: record.problem !== ""}];
     }));
     return [...changes.filter(({forced}) => forced), ...asked_of(changes)];
 }
@@ -208,14 +214,14 @@ function selection_submission(view) {
     const fields = rights_fields(page, user, [...new Set(names), "submit_selection"]);
     const length = encoded_length(encoded_form(fields));
     if (length > form_limit)
-        return {refusal: too_long(length, asked, user)};
+        return {refusal: selection_too_long(length, asked, user)};
     return {
         fields,
         question: {
             title: `Change the privileges of ${user}?`,
-            text: `${counted_changes(changes)} in the database.` + (forced ? ` The first ${forced === 1 ? "was" : `${forced} were`} ` +
-                "not asked for, but come with every submission, for the reason given. To keep the privileges, cancel and " +
-                "run the rest as SQL (below)." : ""),
+            text: `${counted_changes(changes)} in the database.` + (forced ? " Not asked for, but part of every " +
+                `submission: ${counted(forced, "revoke")}, for the reasons given below. To keep these privileges, ` +
+                "cancel and run the rest as SQL." : ""),
             items: changes.map(each => each.text + (each.forced ? ` (not asked for: ${each.record.problem})` : "")),
             go: "Submit",
             danger: forced > 0,
@@ -225,12 +231,13 @@ function selection_submission(view) {
     };
 }
 
-function too_long(length, asked, user) {
+function selection_too_long(length, asked, user) {
     return {
         title: "Too many ticked boxes",
-        text: `The form would have ${counted(length, "byte")}; ${counted(form_limit, "byte")} can be sent safely. The server ` +
-            "cuts a longer one and revokes the privileges whose boxes are lost. So nothing was sent, and nothing has " +
-            `changed. If ${user} is to hold everything or nothing, use Grant All or Revoke All. If not, run the changes as SQL:`,
+        text: `The form would have ${counted(length, "byte")}; ${counted(form_limit, "byte")} can be sent safely. ` +
+            "The server cuts a longer one and revokes the privileges whose boxes are lost. So nothing was sent, and " +
+            `nothing has changed. If ${user} is to hold everything or nothing, use Grant All or Revoke All. If not, run ` +
+            "the changes as SQL:",
         extra: sql_box(asked, user),
     };
 }
@@ -244,8 +251,9 @@ function check_changes(next, changes, user) {
             : found.held[p] === (verb === "grant") ? "" : " was refused by the database";
     };
     const done = changes.filter(each => !problem(each));
+    const verb = done.length === 1 ? "was" : "were";
     return {
-        done: done.length ? `${counted_changes(done)} ${done.length === 1 ? "was" : "were"} carried out for ${user}.` : "",
+        done: done.length ? `${counted_changes(done)} ${verb} carried out for ${user}.` : "",
         problems: changes.filter(problem).map(each => each.text + problem(each)),
     };
 }
@@ -256,13 +264,14 @@ function all_submission(view, button) {
         ? ["grant", "Grant All", `grants select, insert, update and delete to ${user}`]
         : ["revoke", "Revoke All", `takes all privileges away from ${user}`];
     const differing = all => all.filter(record => record.held.includes(verb === "revoke"));
+    const changing = differing(records).length.toLocaleString("en");
     const unsaved = asked_of(pending_changes(view)).length;
     return {
         fields: rights_fields(page, user, [button]),
         question: {
             title: `${name} for ${user}?`,
             text: `${name} ${deed} on every table of ${page.datasource}, whatever is ticked or filtered: ` +
-                `${counted(records.length, "table")}, of which ${differing(records).length.toLocaleString("en")} would change.` +
+                `${counted(records.length, "table")}, of which ${changing} would change.` +
                 (user === "public" ? " What public has, every user has." : "") +
                 (unsaved ? ` ${counted(unsaved, "change")} not submitted will be lost.` : ""),
             go: name,
@@ -272,8 +281,9 @@ function all_submission(view, button) {
             const left = differing(next.page?.user === user ? next.records : records);
             if (left.length)
                 notice("info", `${name} ends at the first table where the database refuses.`);
+            const held = verb === "grant" ? "all" : "none";
             return {
-                done: left.length ? "" : `${user} now holds ${verb === "grant" ? "all" : "none"} of the four privileges on ` +
+                done: left.length ? "" : `${user} now holds ${held} of the four privileges on ` +
                     `${counted(next.records.length, "table")}.`,
                 problems: left.map(({key}) => statement(verb, "all", key, user)),
             };
@@ -297,7 +307,8 @@ function sql_box(changes, user) {
         changes.map(each => change_sql(each, user)).join(""));
     const result = element("span", {role: "status"});
     const copy = async () => {
-        result.textContent = await copy_text(area.value) ? " Copied." : " Not copied: select the text and use the keyboard.";
+        const copied = await copy_text(area.value);
+        result.textContent = copied ? " Copied." : " Not copied: select the text and use the keyboard.";
     };
     return element("div", {class: "sql"}, area, element("button", {type: "button", onclick: copy}, "Copy"), result);
 }
@@ -327,8 +338,8 @@ async function copy_rights(view) {
     const tables = counted(records.length, "table");
     const agreed = await ask({
         title: "Copy the rights of another user",
-        text: `Sets the boxes of the ${tables} that match the filter to what the other user holds by name. Nothing is ` +
-            "changed in the database before you press Submit Selection.",
+        text: `Sets the boxes of the ${tables} that match the filter to what the other user holds by name. Nothing ` +
+            "is changed in the database before you press Submit Selection.",
         go: "Set the boxes",
         extra: element("label", {}, "Copy from ", choice),
     });
@@ -340,8 +351,8 @@ async function copy_rights(view) {
     const pairs = records.flatMap(record => record.controls.map((box, p) => [box, held.get(table_id(record))?.[p]]))
         .filter(([box, ticked]) => ticked === !box.checked);
     change(pairs);
-    notice("info", `${counted(pairs.length, "change")} made to the boxes of ${tables} to match what ${choice.value} holds. ` +
-        "Look through them, then press Submit Selection.");
+    notice("info", `${counted(pairs.length, "change")} made to the boxes of ${tables} to match what ${choice.value} ` +
+        "holds. Look through them, then press Submit Selection.");
 }
 
 function public_toggle(view) {
