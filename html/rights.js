@@ -87,13 +87,14 @@ function merge_record(record, other) {
 }
 
 // Gives each record `twins`, the tables that share its boxes to the server; `sendable`, whether the boxes can be sent;
-// and `problem`, why the row cannot be edited.
+// `problem`, why the row cannot be edited; and `name`, by which the reader knows it.
 function find_problems(records) {
     const twins = new Map();
     for (const record of records)
         twins.set(record.key, [...twins.get(record.key) ?? [], ...record.boxes.length ? [record] : []]);
     for (const record of records) {
         record.twins = twins.get(record.key);
+        record.name = record.twins.length > 1 ? quoted_table(record) : record.key;
         record.problem = name_problem(record.key);
         record.sendable = record.problem === "";
         if (!record.boxes.length)
@@ -114,12 +115,12 @@ function dress_row(record) {
     });
     if (record.problem)
         record.row.cells[2].append(element("div", {class: "reason"}, `Cannot be changed here: ${record.problem}.`));
-    record.row.append(element("td", {}, ...record.problem ? [] : fill_buttons(`the four boxes of ${record.key}`)));
+    record.row.append(element("td", {}, ...record.problem ? [] : fill_buttons(`the four boxes of ${record.name}`)));
 }
 
 function label_box(record, p) {
     const box = record.boxes[p];
-    box.setAttribute("aria-label", `${privileges[p]} on ${record.key}` +
+    box.setAttribute("aria-label", `${privileges[p]} on ${record.name}` +
         (record.problem && `, cannot be changed here: ${record.problem}`) +
         (box.nextElementSibling ? ", granted to public" : ""));
 }
@@ -185,7 +186,7 @@ function pending_changes({records, page: {user}}) {
         if (held === is_posted(record, p))
             return [];
         const verb = held ? "revoke" : "grant";
-        const text = statement(verb, privileges[p], record.key, user);
+        const text = statement(verb, privileges[p], record.name, user);
         return [{record, p, verb, text, forced: record.problem !== ""}];
     }));
     return [...changes.filter(({forced}) => forced), ...asked_of(changes)];
@@ -236,8 +237,8 @@ function selection_too_long(length, asked, user) {
         title: "Too many ticked boxes",
         text: `The form would have ${counted(length, "byte")}; ${counted(form_limit, "byte")} can be sent safely. ` +
             "The server cuts a longer one and revokes the privileges whose boxes are lost. So nothing was sent, and " +
-            `nothing has changed. If ${user} is to hold everything or nothing, use Grant All or Revoke All. If not, run ` +
-            "the changes as SQL:",
+            `nothing has changed. If ${user} is to hold everything or nothing, use Grant All or Revoke All. If not, ` +
+            "run the changes as SQL:",
         extra: sql_box(asked, user),
     };
 }
@@ -285,7 +286,7 @@ function all_submission(view, button) {
             return {
                 done: left.length ? "" : `${user} now holds ${held} of the four privileges on ` +
                     `${counted(next.records.length, "table")}.`,
-                problems: left.map(({key}) => statement(verb, "all", key, user)),
+                problems: left.map(record => statement(verb, "all", record.name, user)),
             };
         },
     };
@@ -295,10 +296,15 @@ function quoted_sql(name) {
     return `"${name.replaceAll('"', '""')}"`;
 }
 
-function change_sql({record: {catalog, schema, table}, p, verb}, user) {
+// Names that a table does not have are left out as the server does it: "C".""."T", but "T" alone.
+function quoted_table({catalog, schema, table}) {
     const names = catalog ? [catalog, schema, table] : schema ? [schema, table] : [table];
+    return names.map(quoted_sql).join(".");
+}
+
+function change_sql({record, p, verb}, user) {
     const grantee = user === "public" ? user : quoted_sql(user);
-    return `${statement(verb, privileges[p], names.map(quoted_sql).join("."), grantee)};\n`;
+    return `${statement(verb, privileges[p], quoted_table(record), grantee)};\n`;
 }
 
 // The statements, and a button that copies them.

@@ -257,7 +257,7 @@ def test_of_tables_that_share_their_boxes_none_gains_what_another_holds(browser,
     assert len(find_all(browser, ".reason")) == 2
     box(browser, STOCK, "select").click()
     assert asked(browser, "submit_selection") == [
-        "revoke select on accounts.a.b.c from bob (not asked for: the server cannot tell it from another table)",
+        'revoke select on "accounts"."a"."b.c" from bob (not asked for: the server cannot tell it from another table)',
         "grant select on accounts.north.stock to bob",
     ]
     assert agree(browser) == [("good", ["1 grant and 1 revoke were carried out for bob."])]
