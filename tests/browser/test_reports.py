@@ -157,11 +157,10 @@ def test_a_table_or_user_is_chosen_from_the_list_that_the_filters_leave(browser,
     choice = browsers.Select(find(browser, ".report select"))
     assert [option.text for option in choice.options] == ["All tables and users", ".".join(STOCK), "Abe", "mary"]
     choice.select_by_visible_text("Abe")
-    assert find(browser, ".report h3").text == "What Abe holds"
-    assert browsers.Select(find(browser, ".report select")).first_selected_option.text == "Abe"
     filter_field(browser, "users").send_keys("x")
     assert find(browser, ".report h3").text == "What Abe holds"
-    browsers.Select(find(browser, ".report select")).select_by_visible_text("All tables and users")
+    assert choice.first_selected_option.text == "Abe"
+    choice.select_by_visible_text("All tables and users")
     assert find(browser, ".report h3").text == "Tables and users"
 
 
@@ -174,7 +173,7 @@ def test_filters_look_for_each_word_in_names_of_any_letter_case(browser, site, e
     filter_field(browser, "users").send_keys("GRÖ")
     assert matrix(browser) == (["Größe"], [ORDERS], {})
     assert count(browser) == "1 of 4 tables, 1 of 5 users"
-    assert remarks(browser) == "public stands for everybody. Only tables that match “ord north”. Only users that match “grö”."
+    assert remarks(browser).endswith("Only tables that match “ord north”. Only users that match “grö”.")
     filter_field(browser, "users").send_keys("x")
     assert not find_all(browser, ".matrix")
     assert remarks(browser).endswith("There are no such users.")
