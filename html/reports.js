@@ -25,6 +25,8 @@ let report_view = null;
 addEventListener("beforeprint", () => print_report(true));
 addEventListener("afterprint", () => print_report(false));
 document.head.append(element("style", {}, `
+.report .axis { display: flex; flex-wrap: wrap; gap: 0.5rem 0.8rem; }
+.report .pager { margin: 0; }
 .report select { width: min(22rem, 90vw); }
 .matrix caption { padding: 0.3rem 0.7rem; text-align: left; }
 .matrix :is(th, td) {
@@ -57,7 +59,7 @@ function reports_page(page) {
     view.choice = element("select", {onchange: () => choose_listed(view)});
     view.count = element("output", {class: "count", "aria-live": "polite"});
     view.tools = element("div", {class: "tools", role: "group", "aria-label": "Tools for the report"},
-        ...view.tables.controls, ...view.users.controls, element("label", {}, "Show ", view.choice), view.count,
+        view.tables.controls, view.users.controls, element("label", {}, "Show ", view.choice), view.count,
         report_button("Save as CSV", () => save_report(view)), report_button("Print", () => print()),
         view.tables.pager, view.users.pager);
     view.steps = element("p", {class: "actions"});
@@ -92,8 +94,8 @@ function report_axis(view, noun) {
     };
     axis.filter = element("input", {type: "search", autocomplete: "off", spellcheck: "false", oninput: draw});
     axis.only = element("input", {type: "checkbox", checked: true, onchange: draw});
-    axis.controls = [element("label", {class: "filter"}, `Filter ${noun}s `, axis.filter),
-        element("label", {}, axis.only, ` Only ${noun}s with a privilege`)];
+    axis.controls = element("div", {class: "axis"}, element("label", {class: "filter"}, `Filter ${noun}s `, axis.filter),
+        element("label", {}, axis.only, ` Only ${noun}s with a privilege`));
     axis.back = report_button(`Previous ${noun}s`, () => turn(-1, axis.on));
     axis.on = report_button(`Next ${noun}s`, () => turn(1, axis.back));
     axis.pager = element("p", {class: "pager"}, axis.pages, " ", axis.back, " ", axis.on);
