@@ -1,0 +1,264 @@
+"""Whether everybody can use the pages: axe-core on each of their states, and the keyboard alone."""
+
+import pytest
+from selenium.webdriver.common.action_chains import ActionChains
+from selenium.webdriver.common.by import By
+from selenium.webdriver.common.keys import Keys
+
+from support.browser import (
+    answer_question,
+    box,
+    button,
+    field,
+    find,
+    find_all,
+    next_page,
+    press,
+    press_and_agree,
+    question,
+    resize,
+    show_as,
+    show_rights,
+    switch_script_off,
+    visit,
+    wait_until,
+)
+from support.kinds import INVOICES, STOCK, UNREACHABLE
+from support.server import ROOT
+
+AXE = (ROOT / "tests" / "browser" / "node_modules" / "axe-core" / "axe.min.js").read_text()
+RULES = ("wcag2a", "wcag2aa", "wcag21a", "wcag21aa", "wcag22aa", "best-practice")
+
+# What the server's markup breaks and no template can mend: its lists of data sources and users, text fields and boxes
+# bear no label, and nothing in a template can name an element without an id.
+BROKEN_WITHOUT_SCRIPT = {"label", "select-name"}
+
+# The two kinds of data source differ in nothing that these tests look at.
+pytestmark = pytest.mark.parametrize("prepared_kind", ["embedded"], indirect=True)
+
+
+def violations(driver):
+    """What axe-core finds in the page as it is: (rule, element, what to mend)."""
+    driver.execute_script(AXE)
+    return [
+        tuple(found)
+        for found in driver.execute_async_script(
+            """const [rules, done] = arguments;
+            axe.run({runOnly: rules, resultTypes: ["violations"]}).then(({violations}) => done(violations.flatMap(
+                ({id, nodes}) => nodes.map(({target, failureSummary}) => [id, target.join(" "), failureSummary]))));""",
+            RULES,
+        )
+    ]
+
+
+def expect_no_violations(driver):
+    """Neither on a telephone nor on a desk, neither by day nor by night."""
+    for width in (360, 1280):
+        resize(driver, width)
+        for scheme in ("light", "dark"):
+            show_as(driver, scheme)
+            assert violations(driver) == [], (width, scheme)
+
+
+def filter_field(driver):
+    return find(driver, ".tools input[type=search]")
+
+
+def visit_with_changes(driver, site, page):
+    if page == "users":
+        visit(driver, site, "users")
+        field(driver, "bob_file").send_keys("changed")
+        field(driver, "Abe_checkbox").click()
+    else:
+        visit(driver, site, "rights", user="mary")
+        box(driver, STOCK, "delete").click()
+        box(driver, STOCK, "insert").click()
+
+
+SUBMIT = {"users": "submit_users", "rights": "submit_selection"}
+LISTS = tuple(SUBMIT)
+
+
+def test_the_start_page_breaks_no_rule(browser, site):
+    browser.get(site)
+    expect_no_violations(browser)
+
+
+@pytest.mark.parametrize("page", LISTS)
+def test_a_list_breaks_no_rule(browser, site, page):
+    visit(browser, site, page)
+    expect_no_violations(browser)
+    filter_field(browser).send_keys("o")
+    expect_no_violations(browser)
+    filter_field(browser).send_keys("no such row")
+    expect_no_violations(browser)
+
+
+@pytest.mark.parametrize("page", LISTS)
+def test_changes_and_the_question_about_them_break_no_rule(browser, site, page):
+    visit_with_changes(browser, site, page)
+    expect_no_violations(browser)
+    button(browser, SUBMIT[page]).click()
+    question(browser)
+    expect_no_violations(browser)
+
+
+def test_the_message_of_success_breaks_no_rule(browser, site):
+    visit_with_changes(browser, site, "users")
+    press_and_agree(browser, "submit_users")
+    assert find(browser, ".notice.good").is_displayed()
+    expect_no_violations(browser)
+
+
+def test_the_message_of_a_refusal_breaks_no_rule(browser, site, either):
+    visit_with_changes(browser, site, "rights")
+    either.refuse("grant", STOCK)
+    press_and_agree(browser, "submit_selection")
+    assert find(browser, ".notice.bad").is_displayed()
+    expect_no_violations(browser)
+
+
+def test_the_message_of_a_missing_answer_breaks_no_rule(browser, site):
+    browser.get(site)
+    find(browser, f"option[value={UNREACHABLE}]").click()
+    button(browser, "users").click()
+    wait_until(browser, lambda: find(browser, ".notice.bad"))
+    expect_no_violations(browser)
+
+
+def test_the_reports_break_no_rule(browser, site):
+    visit(browser, site, "reports")
+    expect_no_violations(browser)
+
+
+@pytest.mark.parametrize("page", ("start", *LISTS, "reports"))
+def test_without_script_a_page_breaks_no_rule_but_those_of_labels(browser, site, page):
+    switch_script_off(browser)
+    if page == "start":
+        browser.get(site)
+    else:
+        visit(browser, site, page)
+    allow_script_of_tests(browser)
+    for width in (360, 1280):
+        resize(browser, width)
+        for scheme in ("light", "dark"):
+            show_as(browser, scheme)
+            assert [found for found in violations(browser) if found[0] not in BROKEN_WITHOUT_SCRIPT] == []
+
+
+def test_without_script_an_error_page_breaks_no_rule(browser, site):
+    switch_script_off(browser)
+    visit(browser, site, "users")
+    field(browser, "admin_oldpassword").send_keys("wrong")
+    press(browser, "submit_users")
+    allow_script_of_tests(browser)
+    expect_no_violations(browser)
+
+
+def allow_script_of_tests(driver):
+    """That of the page in the browser stays off: it was not run while the page came."""
+    driver.execute_cdp_cmd("Emulation.setScriptExecutionDisabled", {"value": False})
+
+
+def focused(driver):
+    return driver.switch_to.active_element
+
+
+# What can be reached with the Tab key, in the order of the document.
+REACHABLE = """return [...document.querySelectorAll("a[href], button, input, select, textarea, summary, [tabindex='0']")]
+    .filter((element) => !element.disabled && element.type !== "hidden" && element.checkVisibility({visibilityProperty: true}))"""
+
+
+def tab_through(driver):
+    """Every element that the Tab key gives the focus, from the beginning of the page until it leaves it."""
+    driver.execute_script("document.body.tabIndex = -1; document.body.focus(); document.body.removeAttribute('tabindex');")
+    reached = set()
+    while True:
+        ActionChains(driver).send_keys(Keys.TAB).perform()
+        element = focused(driver)
+        if element.tag_name == "body" or element in reached:
+            return
+        reached.add(element)
+        yield element
+
+
+@pytest.mark.parametrize("page", ("start", *LISTS, "reports"))
+def test_the_tab_key_reaches_everything_in_the_order_of_reading(browser, site, page):
+    if page == "start":
+        browser.get(site)
+    else:
+        visit(browser, site, page)
+    reachable = browser.execute_script(REACHABLE)
+    reached = list(tab_through(browser))
+    assert [element.get_attribute("outerHTML") for element in reached] == [
+        element.get_attribute("outerHTML") for element in reachable
+    ]
+    assert places_are_read_in_order(browser, reached)
+
+
+def places_are_read_in_order(driver, elements):
+    """Whether each stands behind the one before in its line, or below it."""
+    places = driver.execute_script(
+        """scrollTo(0, 0);
+        return arguments[0].map((element) => element.getBoundingClientRect())
+            .map(({left, right, top, bottom}) => ({left, right, top, bottom}));""",
+        elements,
+    )
+    for before, after in zip(places, places[1:]):
+        same_line = after["top"] < before["bottom"] and before["top"] < after["bottom"]
+        assert after["left"] >= before["left"] if same_line else after["top"] >= before["top"], (before, after)
+    return True
+
+
+def test_what_has_the_focus_is_outlined(browser, site):
+    visit(browser, site, "rights")
+    for element in tab_through(browser):
+        style = browser.execute_script(
+            "const {outlineStyle, outlineWidth} = getComputedStyle(arguments[0]); return [outlineStyle, outlineWidth];",
+            element,
+        )
+        assert style[0] != "none" and style[1] >= "2px", element.get_attribute("outerHTML")
+
+
+@pytest.mark.parametrize("page", LISTS)
+def test_a_dialog_takes_the_focus_and_gives_it_back(browser, site, page):
+    visit_with_changes(browser, site, page)
+    pressed = button(browser, SUBMIT[page])
+    pressed.send_keys(Keys.ENTER)
+    dialog = question(browser)
+    assert browser.execute_script("return arguments[0].contains(document.activeElement)", dialog)
+    focused(browser).send_keys(Keys.ESCAPE)
+    wait_until(browser, lambda: not find_all(browser, "dialog"))
+    assert focused(browser) == pressed
+    pressed.send_keys(Keys.ENTER)
+    answer_question(browser, agree=False)
+    assert focused(browser) == pressed
+
+
+@pytest.mark.parametrize("page", LISTS)
+def test_the_focus_comes_back_to_the_button_in_the_page_that_answers_it(browser, site, page):
+    visit_with_changes(browser, site, page)
+    press_and_agree(browser, SUBMIT[page])
+    wait_until(browser, lambda: find(browser, ".notice"))
+    assert focused(browser).get_attribute("name") == SUBMIT[page]
+
+
+def test_the_focus_stays_in_the_page_when_another_one_takes_its_place(browser, site):
+    browser.get(site)
+    with next_page(browser):
+        button(browser, "rights").send_keys(Keys.ENTER)
+    assert focused(browser).get_attribute("name") == "rights"
+    show_rights(browser, "mary")
+    assert focused(browser).get_attribute("name") == "rights_refresh"
+    with next_page(browser):
+        browser.back()
+    assert focused(browser).tag_name != "body"
+
+
+def test_a_message_that_is_closed_leaves_the_focus_in_the_page(browser, site):
+    browser.get(site)
+    find(browser, f"option[value={UNREACHABLE}]").click()
+    button(browser, "users").click()
+    wait_until(browser, lambda: find(browser, ".notice.bad")).find_element(By.CSS_SELECTOR, "button.close").send_keys(Keys.ENTER)
+    assert not find_all(browser, ".notice")
+    assert focused(browser).tag_name != "body"
