@@ -6,10 +6,9 @@ import subprocess
 import pytest
 from selenium.webdriver.support.ui import Select
 
-from support.browser import answer_question, box, button, field, find, next_page, press, question, send_header, show_rights
+from support.browser import answer_question, box, button, field, find, next_page, press, question, show_rights
 from support.kinds import NAME, ORDERS, STOCK
 from support.pages import quoted_name
-from support.source import ADMINISTRATOR, PASSWORD
 
 
 @pytest.fixture
@@ -41,9 +40,7 @@ def press_and_read(driver, name):
 def test_an_administrator_changes_a_user_and_a_right_and_takes_it_back(browser, site, either, isql):
     orders = quoted_name(ORDERS)
     either.fill(ORDERS, "Adams")
-    # The server asks for the name and password, which the browser has from the address.
-    send_header(browser)
-    browser.get(site.replace("//", f"//{ADMINISTRATOR}:{PASSWORD}@"))
+    browser.get(site)
     assert Select(field(browser, "initial_datasource")).first_selected_option.text == NAME
 
     press(browser, "users")
