@@ -3,14 +3,14 @@
 import json
 import re
 import subprocess
-from urllib.parse import urlsplit
 
 import html5lib
 import pytest
 import tinycss2
 
 from support import pages
-from support.browser import find, press, press_and_agree, visit, wait_until
+from support.browser import box, field, next_page, press, press_and_agree, show_rights, visit
+from support.kinds import STOCK
 from support.server import HTML_DIR, ROOT, uninstrumented
 
 FOLDER = ROOT / "tests" / "browser"
@@ -51,13 +51,13 @@ def test_the_templates_make_valid_pages(tmp_path):
         ("rights", pages.template("rightshelp.html")),
     ):
         (tmp_path / f"{name}.html").write_text(whole_page(body))
-    result = subprocess.run(
+    found = subprocess.run(
         ["node", VALIDATOR, "--config", FOLDER / "htmlvalidate.cjs", *sorted(tmp_path.iterdir())],
         capture_output=True,
         text=True,
         env=uninstrumented(),
     )
-    assert (result.returncode, result.stdout + result.stderr) == (0, "")
+    assert found.returncode == 0, found.stdout + found.stderr
 
 
 @pytest.mark.parametrize("name", TEMPLATES)
@@ -69,9 +69,10 @@ def test_each_include_directive_is_replaced_together_with_the_line_end_behind_it
     assert "#include" not in pages.template(name)
 
 
-def test_each_style_and_script_file_is_included():
-    included = "".join(pages.template(name) for name in TEMPLATES)
-    assert [path.name for path in files(".css", ".js") if path.read_text() not in included] == []
+def test_each_file_is_used_by_another_one():
+    texts = {path: path.read_text() for path in files(".html", ".css", ".js")}
+    used = {path.name for path in files(".css", ".js", ".png") for user in texts if path != user and path.name in texts[user]}
+    assert {path.name for path in files(".css", ".js", ".png")} - used == set()
 
 
 @pytest.mark.parametrize("names", SIZES, ids="+".join)
@@ -136,3 +137,40 @@ def test_a_browser_understands_every_rule_of_the_styles(browser):
             *style_parts(rules),
         )
         assert not_understood == [[], [], []], path
+
+
+def visit_everything(driver, site):
+    visit(driver, site, "users")
+    field(driver, "bob_file").send_keys("changed")
+    press_and_agree(driver, "submit_users")
+    press(driver, "rights")
+    show_rights(driver, "mary")
+    box(driver, STOCK, "delete").click()
+    press_and_agree(driver, "submit_selection")
+    press(driver, "reports")
+    with next_page(driver):
+        driver.back()
+
+
+def test_a_whole_visit_asks_only_the_server_and_gets_everything_without_a_complaint(browser, site):
+    visit_everything(browser, site)
+    noted = [json.loads(entry["message"])["message"] for entry in browser.get_log("performance")]
+    asked = {note["params"]["request"]["url"] for note in noted if note["method"] == "Network.requestWillBeSent"}
+    pages_of_server = {site, f"{site}isam.cgi"}
+    assert pages_of_server <= asked
+    # What is written into the page itself has no host.
+    others = {address for address in asked - pages_of_server if not address.startswith(("data:", "blob:"))}
+    assert {address for address in others if not is_file_of(site, address)} == set()
+    assert [note["params"] for note in noted if note["method"] == "Network.loadingFailed"] == []
+    assert [entry["message"] for entry in browser.get_log("browser") if is_complaint(entry, site)] == []
+
+
+def is_file_of(site, address):
+    return address.startswith(site) and (HTML_DIR / address.removeprefix(site)).is_file()
+
+
+def is_complaint(entry, site):
+    """Files come with status 500 by design, which the browser notes and nobody sees."""
+    address, _, rest = entry["message"].partition(" - ")
+    is_file = is_file_of(site, address) and "status of 500" in rest
+    return entry["level"] in ("WARNING", "SEVERE") and not is_file
