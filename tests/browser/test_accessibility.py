@@ -23,7 +23,7 @@ from support.browser import (
     visit,
     wait_until,
 )
-from support.kinds import INVOICES, STOCK, UNREACHABLE
+from support.kinds import ON_EMBEDDED, STOCK, UNREACHABLE
 from support.server import ROOT
 
 AXE = (ROOT / "tests" / "browser" / "node_modules" / "axe-core" / "axe.min.js").read_text()
@@ -34,7 +34,7 @@ RULES = ("wcag2a", "wcag2aa", "wcag21a", "wcag21aa", "wcag22aa", "best-practice"
 BROKEN_WITHOUT_SCRIPT = {"label", "select-name"}
 
 # The two kinds of data source differ in nothing that these tests look at.
-pytestmark = pytest.mark.parametrize("prepared_kind", ["embedded"], indirect=True)
+pytestmark = ON_EMBEDDED
 
 
 def violations(driver):
@@ -126,8 +126,22 @@ def test_the_message_of_a_missing_answer_breaks_no_rule(browser, site):
     expect_no_violations(browser)
 
 
+def press_in_report(driver, label):
+    next(shown for shown in find_all(driver, ".report button") if shown.text == label).click()
+
+
+def gather(driver, site):
+    visit(driver, site, "reports")
+    press_in_report(driver, "Gather")
+    wait_until(driver, lambda: find(driver, ".matrix td"))
+
+
 def test_the_reports_break_no_rule(browser, site):
     visit(browser, site, "reports")
+    expect_no_violations(browser)
+    gather(browser, site)
+    expect_no_violations(browser)
+    press_in_report(browser, "notes")
     expect_no_violations(browser)
 
 
@@ -248,6 +262,7 @@ def test_the_focus_stays_in_the_page_when_another_one_takes_its_place(browser, s
     assert focused(browser).get_attribute("name") == "rights"
     show_rights(browser, "mary")
     assert focused(browser).get_attribute("name") == "rights_refresh"
+    press(browser, "users")
     with next_page(browser):
         browser.back()
     assert focused(browser).tag_name != "body"
