@@ -6,7 +6,19 @@ import subprocess
 import pytest
 from selenium.webdriver.support.ui import Select
 
-from support.browser import answer_question, box, button, field, find, next_page, press, question, show_rights
+from support.browser import (
+    answer_question,
+    box,
+    button,
+    field,
+    find,
+    find_all,
+    next_page,
+    press,
+    question,
+    show_rights,
+    wait_until,
+)
 from support.kinds import NAME, ORDERS, STOCK
 from support.pages import quoted_name
 
@@ -37,7 +49,7 @@ def press_and_read(driver, name):
     return items
 
 
-def test_an_administrator_changes_a_user_and_a_right_and_takes_it_back(browser, site, either, isql):
+def test_an_administrator_changes_users_and_rights_and_reads_who_may_do_what(browser, site, either, isql):
     orders = quoted_name(ORDERS)
     either.fill(ORDERS, "Adams")
     browser.get(site)
@@ -73,3 +85,8 @@ def test_an_administrator_changes_a_user_and_a_right_and_takes_it_back(browser, 
     assert box(browser, STOCK, "delete").is_selected()
     assert "ERROR" not in isql("zoe", "secret", f"delete from {orders}")
     assert either.count(ORDERS) == 0
+
+    press(browser, "reports")
+    next(shown for shown in find_all(browser, ".report button") if shown.text == "Gather").click()
+    titles = wait_until(browser, lambda: [title.text for title in find_all(browser, ".matrix thead th")])
+    assert "zoe" in titles and "mary" in titles

@@ -10,7 +10,7 @@ import tinycss2
 
 from support import pages
 from support.browser import box, field, next_page, press, press_and_agree, show_rights, visit
-from support.kinds import STOCK
+from support.kinds import ON_EMBEDDED, STOCK
 from support.server import HTML_DIR, ROOT, uninstrumented
 
 FOLDER = ROOT / "tests" / "browser"
@@ -152,6 +152,7 @@ def visit_everything(driver, site):
         driver.back()
 
 
+@ON_EMBEDDED
 def test_a_whole_visit_asks_only_the_server_and_gets_everything_without_a_complaint(browser, site):
     visit_everything(browser, site)
     noted = [json.loads(entry["message"])["message"] for entry in browser.get_log("performance")]
