@@ -15,13 +15,12 @@ const kept_views = {};
 //   columns  for each column {title, key(record)}, where the key is what to sort by, or null
 //   noun     "table", "user"
 //   filters  [{label, test(record)}]
-//   tail     rows that come last always
 //   place    the element before which the tools are put
 // Gives {table, records, tools, shown(), redraw(), show_state(), draw_all()}; shown() are the records that match now, in the
 // order of the screen.
-function make_list({table, records, columns, noun, filters = [], tail = [], place}) {
+function make_list({table, records, columns, noun, filters = [], place}) {
     const view = kept_views[noun] ??= {text: "", filters: new Set(), column: -1, down: false};
-    const list = {table, records, columns, noun, tail, view, matching: [], drawn: 0};
+    const list = {table, records, columns, noun, view, matching: [], drawn: 0};
     list.editable = records.some(record => record.controls?.length);
     list.filters = list.editable ? [...filters, {label: "Only changed", test: record => record.controls.some(changed)}] : filters;
     list.shown = () => list.matching;
@@ -121,13 +120,17 @@ function sort_records({matching, columns, view, titles}) {
 
 function draw_rows(list, count) {
     list.drawn = Math.min(count, list.matching.length);
-    list.body.replaceChildren(...list.matching.slice(0, list.drawn).map(record => record.row), ...rest_of(list));
+    list.body.replaceChildren(...list.matching.slice(0, list.drawn).map(record => record.row));
+    show_more_row(list);
 }
 
-function rest_of(list) {
+function show_more_row(list) {
     const left = list.matching.length - list.drawn;
-    list.more.firstChild.firstChild.textContent = `Show more (${counted(left, list.noun)} left)`;
-    return left ? [list.more, ...list.tail] : list.tail;
+    list.more.querySelector("button").textContent = `Show more (${counted(left, list.noun)} left)`;
+    if (left)
+        list.body.append(list.more);
+    else
+        list.more.remove();
 }
 
 // The row that draws further ones when it is pressed, or comes into sight.
@@ -143,8 +146,7 @@ function draw_more(list) {
     const next = list.matching.slice(list.drawn, list.drawn + rows_drawn);
     list.drawn += next.length;
     list.more.before(...next.map(record => record.row));
-    if (!rest_of(list).includes(list.more))
-        list.more.remove();
+    show_more_row(list);
 }
 
 function show_state(list) {

@@ -17,9 +17,9 @@ const scripts_run = new Set();
 
 // What several pages need and their templates have no room for; the reports page has no template of its own.
 const page_files = {
-    users: ["list.js", "submit.js"],
-    rights: ["list.js", "rights_text.js", "submit.js"],
-    reports: ["rights_text.js", "reports.js"],
+    users: ["list.css", "list.js", "submit.js"],
+    rights: ["list.css", "list.js", "rights_text.js", "submit.js"],
+    reports: ["list.css", "rights_text.js", "reports.js"],
 };
 
 const files_run = new Set();
@@ -131,8 +131,11 @@ async function run_files(page) {
     for (const file of page_files[page.name] ?? []) {
         if (files_run.has(file))
             continue;
-        const response = await fetch(`${location.origin}/${file}`);
-        run_script(await response.text());
+        const text = await (await fetch(`${location.origin}/${file}`)).text();
+        if (file.endsWith(".css"))
+            document.head.append(element("style", {}, text));
+        else
+            run_script(text);
         files_run.add(file);
     }
 }

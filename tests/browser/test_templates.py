@@ -86,6 +86,13 @@ def test_no_script_or_style_ends_the_element_that_it_is_included_in():
         assert [end for end in ends[path.suffix] if end in path.read_text().lower()] == [], path
 
 
+def test_no_two_scripts_give_the_same_name_to_something():
+    # They share one scope: the later one would take the other's place, or not run at all.
+    pattern = r"^(?:async )?(?:function|const|let|var) (\w+)"
+    names = [name for path in files(".js") for name in re.findall(pattern, path.read_text(), re.MULTILINE)]
+    assert [name for name in set(names) if names.count(name) > 1] == []
+
+
 def references(document):
     """Every address that an element of the document names."""
     for element in document.iter():
