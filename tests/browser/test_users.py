@@ -7,9 +7,9 @@ from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 
 from support import browser as browsers
-from support.browser import answer_question, button, field, find, find_all, notices, press_and_agree, question, visit
+from support.browser import answer_question, button, field, find, find_all, notices, question, visit
 from support.kinds import ODD_USERS, ON_EMBEDDED, ORDERS
-from support.pages import PRIVILEGES, USERS
+from support.pages import USERS
 from support.source import ADMINISTRATOR, PASSWORD
 
 NEW_PASSWORD = "Blue-42-horses"
@@ -116,6 +116,7 @@ def set_values(browser, values):
 # What is shown
 
 
+@ON_EMBEDDED
 def test_every_field_says_what_it_is(users):
     labels = {
         control.get_attribute("name"): control.accessible_name
@@ -145,6 +146,7 @@ def test_every_field_says_what_it_is(users):
     assert [hint.text for hint in find_all(users, ".new_user .hint")] == ["New user", "Description", "Password"]
 
 
+@ON_EMBEDDED
 def test_users_are_found_by_name_and_description(users):
     def found(text):
         search = find(users, ".tools [type=search]")
@@ -181,7 +183,8 @@ def test_passwords_are_hidden_until_they_are_shown(users, either):
     assert shown() == []
 
 
-def test_a_password_is_copied(users, either):
+@ON_EMBEDDED
+def test_a_password_is_copied(users):
     type_into(users, "mary_password", NEW_PASSWORD)
     row_button(users, "mary_password", "Copy").click()
     browsers.wait_until(users, lambda: status(users) == "The password of mary has been copied.")
@@ -335,6 +338,7 @@ def test_a_new_user_is_added_with_all_fields(users, either, relay):
 # Changes and what is sent of them
 
 
+@ON_EMBEDDED
 def test_nothing_changed_is_not_sent(users, relay):
     before = len(relay.bodies)
     assert submit(users) == ("Nothing has been changed", "There is nothing to submit.", [])
@@ -382,6 +386,7 @@ def in_page_order(either, by_name):
     return [(name, by_name[name]) for name, _, _ in either.listed(USERS)]
 
 
+@ON_EMBEDDED
 def test_a_user_to_be_deleted_is_shown_as_such_until_that_is_undone(users):
     type_into(users, "mary_password", "short")
     field(users, "mary_checkbox").click()
@@ -535,7 +540,7 @@ def test_too_many_changes_are_not_sent_and_it_is_told_how_many_can_be(page, eith
 def test_the_administrators_new_password_is_the_one_to_log_in_with(users, relay, either):
     type_into(users, "admin_password", NEW_PASSWORD)
     type_into(users, "admin_oldpassword", either.old_password)
-    title, text, items = submit(users)
+    _, text, items = submit(users)
     assert items == ["change the password of admin"]
     given = "" if either.old_password else "not "
     assert text == (
@@ -559,7 +564,7 @@ def test_an_old_password_that_the_browser_filled_in_is_asked_about(users, relay,
     type_into(users, "admin_oldpassword", PASSWORD)
     type_into(users, "mary_file", "changed")
     assert mark_of(users, "admin_password") == "An EMPTY password would be set"
-    title, text, items = submit(users)
+    _, text, items = submit(users)
     assert "an EMPTY password would be set. If you did not mean that, cancel" in text
     assert sorted(items) == ["change the description of mary", "set an EMPTY password for admin"]
     assert items[0] == "set an EMPTY password for admin"
