@@ -165,6 +165,18 @@ def test_a_table_or_user_is_chosen_from_the_list_that_the_filters_leave(browser,
 
 
 @ON_EMBEDDED
+def test_a_long_list_of_choices_ends_in_a_hint(browser, site):
+    gather(browser, site)
+    browser.execute_script("report_sizes.choices = 3")
+    filter_field(browser, "tables").send_keys("no")
+    groups = [[option.text for option in find_all(group, "option")] for group in find_all(browser, ".report optgroup")]
+    assert groups == [
+        [".".join(table) for table in (ORDERS, STOCK, NOTES)],
+        ["public (everybody)", "Abe", "bob", "Filter for the others"],
+    ]
+
+
+@ON_EMBEDDED
 def test_filters_look_for_each_word_in_names_of_any_letter_case(browser, site, either):
     either.add_user("Größe", "", "pw")
     gather(browser, site)
@@ -239,6 +251,16 @@ def test_a_user_whose_name_cannot_be_asked_for_is_named(browser, site, either):
     assert "Not read, because the pages cannot ask for such a name: line end, o'neil, \ufffd." in state(browser)
     show_all(browser)
     assert matrix(browser) == (list(READ), list(either.ordered(TABLES)), HELD)
+
+
+@ON_EMBEDDED
+def test_the_rights_of_somebody_else_are_not_taken_for_the_user_s(browser, relay):
+    visit(browser, relay.address, "reports")
+    relay.spoil = lambda answer: answer.replace(b"<strong>mary<", b"<strong>Mary<")
+    tell(browser, "Gather")
+    wait_for_state(browser, "Data source")
+    assert state(browser).endswith("for such a name: mary.")
+    assert matrix(browser)[2] == {("public", NOTES): HELD["public", NOTES]}
 
 
 @ON_EMBEDDED
@@ -511,6 +533,13 @@ def test_a_name_that_spreadsheets_take_for_a_formula_is_saved_behind_an_apostrop
 def test_a_cell_of_the_saved_file(browser, site, name, cell):
     visit(browser, site, "reports")
     assert browser.execute_script("return csv_cell(arguments[0])", name) == cell
+
+
+@ON_EMBEDDED
+def test_the_file_s_name_is_one_on_every_system(browser, site):
+    visit(browser, site, "reports")
+    report = '{datasource: "Büro 7/a: *", ended: new Date(2026, 0, 2, 23, 59), users: [], masks: []}'
+    assert browser.execute_script(f"gathered = {report}; return csv_name()") == "rights-Büro_7_a_-2026-01-02.csv"
 
 
 @ON_EMBEDDED
