@@ -23,7 +23,7 @@ from support.browser import (
     visit,
     wait_until,
 )
-from support.kinds import ON_EMBEDDED, STOCK, UNREACHABLE
+from support.kinds import ODD_TABLES, ODD_USERS, ON_EMBEDDED, STOCK, UNREACHABLE
 from support.server import ROOT
 
 AXE = (ROOT / "tests" / "browser" / "node_modules" / "axe-core" / "axe.min.js").read_text()
@@ -181,8 +181,11 @@ REACHABLE = """return [...document.querySelectorAll("a[href], button, input, sel
 
 
 # The pairs of which the second does not stand behind the first in its line, nor below it. Titles are read one by one,
-# whatever stands in each.
-OUT_OF_ORDER = """scrollTo(0, 0);
+# whatever stands in each; what sticks to the window's edge is taken for where it belongs.
+OUT_OF_ORDER = """const loose = document.createElement("style");
+    loose.textContent = "* { position: static !important; }";
+    document.head.append(loose);
+    scrollTo(0, 0);
     const place = (element) => element.getBoundingClientRect();
     return arguments[0].slice(1).map((element, at) => [arguments[0][at], element]).filter(([first, second]) => {
         const [title, next] = [first.closest("th"), second.closest("th")];
@@ -192,12 +195,32 @@ OUT_OF_ORDER = """scrollTo(0, 0);
     }).map((pair) => pair.map((element) => element.outerHTML))"""
 
 
+# The outline of the element, and whether it is seen at one of five places at least.
+SEEN = """const [element] = arguments;
+    const {outlineStyle, outlineWidth} = getComputedStyle(element);
+    const {left, top, width, height} = element.getBoundingClientRect();
+    const places = [[0.5, 0.5], [0.1, 0.1], [0.9, 0.1], [0.1, 0.9], [0.9, 0.9]];
+    const seen = places.some(([x, y]) => element.contains(document.elementFromPoint(left + x * width, top + y * height)));
+    return [[outlineStyle, outlineWidth], seen];"""
+
+
 def tab_through(driver):
     """Every element that the Tab key gives the focus, from the beginning of the page until it leaves it."""
     driver.execute_script("document.body.tabIndex = -1; document.body.focus(); document.body.removeAttribute('tabindex');")
+    return presses(driver, lambda keys: keys.send_keys(Keys.TAB))
+
+
+def tab_back(driver):
+    """The same from the end, with Shift."""
+    driver.execute_script("arguments[0].at(-1).focus()", driver.execute_script(REACHABLE))
+    return presses(driver, lambda keys: keys.key_down(Keys.SHIFT).send_keys(Keys.TAB).key_up(Keys.SHIFT))
+
+
+def presses(driver, press_keys):
+    """What gets the focus each time, until nothing does or the same again."""
     reached = set()
     while True:
-        ActionChains(driver).send_keys(Keys.TAB).perform()
+        press_keys(ActionChains(driver)).perform()
         element = focused(driver)
         if element.tag_name == "body" or element in reached:
             return
@@ -205,10 +228,14 @@ def tab_through(driver):
         yield element
 
 
+@pytest.mark.parametrize("width", (360, 1280))
 @pytest.mark.parametrize("page", ("start", *LISTS, "reports"))
-def test_the_tab_key_reaches_everything_in_the_order_of_reading(browser, site, page):
+def test_the_tab_key_reaches_everything_in_the_order_of_reading(browser, site, page, width):
+    resize(browser, width)
     if page == "start":
         browser.get(site)
+    elif page == "reports":
+        gather(browser, site)
     else:
         visit(browser, site, page)
     reachable = browser.execute_script(REACHABLE)
@@ -219,14 +246,18 @@ def test_the_tab_key_reaches_everything_in_the_order_of_reading(browser, site, p
     assert browser.execute_script(OUT_OF_ORDER, reached) == []
 
 
-def test_what_has_the_focus_is_outlined(browser, site):
-    visit(browser, site, "rights")
-    for element in tab_through(browser):
-        style = browser.execute_script(
-            "const {outlineStyle, outlineWidth} = getComputedStyle(arguments[0]); return [outlineStyle, outlineWidth];",
-            element,
-        )
-        assert style[0] != "none" and style[1] >= "2px", element.get_attribute("outerHTML")
+@pytest.mark.parametrize("way", (tab_through, tab_back))
+@pytest.mark.parametrize("page", LISTS)
+def test_what_has_the_focus_is_outlined_and_not_covered(browser, site, either, page, way):
+    either.make_tables(*ODD_TABLES)
+    for user in ODD_USERS:
+        either.add_user(user, "", "")
+    visit(browser, site, page)
+    # So low that one has to scroll, and that something sticks to the edges.
+    resize(browser, 1280, 500)
+    for element in way(browser):
+        style, seen = browser.execute_script(SEEN, element)
+        assert style[0] != "none" and style[1] >= "2px" and seen, element.get_attribute("outerHTML")
 
 
 @pytest.mark.parametrize("page", LISTS)
