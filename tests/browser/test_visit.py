@@ -69,6 +69,16 @@ def test_reloading_shows_the_same_page_again(browser, relay):
 
 
 @ON_EMBEDDED
+def test_the_name_on_top_leads_to_the_start_page(browser, relay):
+    visit(browser, relay.address, "users")
+    relay.bodies.clear()
+    browsers.find(browser, "header a").click()
+    wait_until(browser, lambda: browser.title == "tabwarden")
+    press(browser, "reports")
+    assert [body for body in relay.bodies if b"users_refresh" in body] == []
+
+
+@ON_EMBEDDED
 def test_the_user_whose_rights_were_shown_is_shown_again(browser, site):
     visit(browser, site, "rights", user="mary")
     press(browser, "users")
