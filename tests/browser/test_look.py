@@ -1,4 +1,4 @@
-"""What the style does to the pages, at the widths of a phone, a tablet and a desk. What it is like to read is for people."""
+"""What the style does to the pages, at the widths of a phone, a tablet and a desk."""
 
 import threading
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
@@ -18,6 +18,7 @@ from support.browser import (
     show_as,
     switch_script_off,
     visit,
+    wait_until,
 )
 from support.kinds import NAME, ON_EMBEDDED
 from support.sample import user_statement
@@ -28,6 +29,8 @@ pytestmark = ON_EMBEDDED
 WIDTHS = (360, 768, 1280)
 LONG_TABLES = [(NAME, "s" * 60, f"table_{number}_" + "t" * 100) for number in range(40)]
 ROW = "form > [align] ~ [bgcolor='#0a1965'] table tr"
+
+PAGE_AND_SCREEN = "return [document.documentElement.scrollWidth, document.documentElement.clientWidth]"
 
 
 @pytest.fixture
@@ -63,10 +66,25 @@ def in_every_width(driver, site):
 
 
 def test_no_page_is_wider_than_the_screen(reader, site, long_lists):
-    measure = "return [document.documentElement.scrollWidth, document.documentElement.clientWidth]"
     for page, width in in_every_width(reader, site):
-        needed, there = reader.execute_script(measure)
+        needed, there = reader.execute_script(PAGE_AND_SCREEN)
         assert needed <= there, (page, width)
+
+
+def test_a_wide_report_scrolls_beside_its_names_in_a_frame_of_its_own(browser, site, long_lists):
+    visit(browser, site, "reports")
+    resize(browser, 360)
+    find(browser, "section .actions button").click()
+    wait_until(browser, lambda: find(browser, ".matrix"))
+    for only_what_is_held in find_all(browser, ".report input[type=checkbox]"):
+        only_what_is_held.click()
+    assert browser.execute_script(PAGE_AND_SCREEN) == [345, 345]
+    measure = """
+        const frame = document.querySelector(".matrix");
+        frame.scrollTo(1000, 0);
+        const name = frame.querySelector("tbody th").getBoundingClientRect().left - frame.getBoundingClientRect().left;
+        return [frame.scrollLeft > 500, name >= 0 && name < 5]"""
+    assert browser.execute_script(measure) == [True, True]
 
 
 def test_whatever_can_be_pressed_is_24_pixels_wide_and_high(reader, site, long_lists):
@@ -98,7 +116,8 @@ def test_the_titles_stay_in_sight_above_a_long_list(reader, site, long_lists, pa
     measure = """
         const title = arguments[0].firstElementChild;
         const {left, top, height} = title.getBoundingClientRect();
-        return [scrollY > 500, top >= 0 && top < 20, title.contains(document.elementFromPoint(left + 2, top + height / 2))]"""
+        const at = document.elementFromPoint(left + 2, top + height / 2);
+        return [scrollY > 500, top >= 0 && top < 20, title.contains(at)]"""
     for width in WIDTHS:
         resize(reader, width, 500)
         titles, *others = find_all(reader, ROW)
@@ -160,7 +179,7 @@ def test_an_error_page_looks_like_the_others(browser, site):
 
 @pytest.fixture
 def half_page(site):
-    """A server of nothing but the beginning of the start page, down to its list. Gives its address and what was posted."""
+    """A server of the beginning of the start page, down to its list. Gives its address and what was posted."""
     posted = []
     with urlopen(site) as whole:
         beginning = whole.read().partition(b"</select>")[0]
