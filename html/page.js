@@ -72,7 +72,7 @@ function page_in(source) {
         : page_names.find(name => form.querySelector(`input[type=hidden][name=${name}_refresh]`)) ?? "";
     page.datasource = datasource_of(form);
     page.users = [...form.querySelectorAll("select[name=isamuser] option")].map(option => option.value);
-    page.user = [...form.querySelectorAll(":scope > strong")].at(-1)?.textContent ?? "";
+    page.user = form.querySelector(":scope > strong")?.textContent ?? "";
     return page;
 }
 
@@ -150,10 +150,13 @@ function title_of(page) {
     return [titles[page.name], page.datasource && page.name !== "start" ? page.datasource : null, "tabwarden"].filter(Boolean).join(" – ");
 }
 
-// What the server's markup cannot tell to a screen reader.
+// What the server's markup cannot tell to a screen reader, and what it says only by blanks.
 function describe(page) {
     if (!page.form)
         return;
+    for (const node of [...page.form.childNodes])
+        if (node.nodeType === Node.TEXT_NODE && !node.data.trim())
+            node.remove();
     for (const [name, label] of [["datasource", "Datasource"], ["initial_datasource", "Datasource"], ["isamuser", "Isam User"]])
         page.form.elements.namedItem(name)?.setAttribute("aria-label", label);
     for (const table of page.form.querySelectorAll("table"))

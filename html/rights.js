@@ -9,10 +9,10 @@ var public_shown = false;
 function rights_page(page) {
     const view = {page, records: [], submission: button =>
         button === "submit_selection" ? selection_submission(view) : all_submission(view, button)};
-    watch_choosers(page);
     const table = page.form.querySelector(":scope > table[bgcolor='#0A1965']:not([align]) table");
     if (table)
         make_rights_list(view, table);
+    watch_choosers(page);
     return view;
 }
 
@@ -24,6 +24,9 @@ function make_rights_list(view, table) {
     columns.push(...privileges.map((_, p) => ({key: record => Number(!record.boxes[p]?.checked)})), null);
     const filters = [{label: "Only held", test: record => record.held.includes(true)}];
     const place = table.closest("form > table");
+    make_paragraph(view.page.form.querySelector(":scope > strong"));
+    // Behind the list they stay in sight at the window's end, as those of the users page.
+    place.after(view.page.form.querySelector("[name=submit_selection]").closest("form > table"));
     const list = view.list = make_list({table, records: view.records, columns, noun: "table", filters, place});
     const by_row = new Map(view.records.map(record => [record.row, record]));
     const dress = rows => rows.forEach(row => by_row.has(row) && dress_row(by_row.get(row)));
@@ -40,6 +43,14 @@ function make_rights_list(view, table) {
         list.tools.append(public_toggle(view));
     list.tools.append(element("button", {type: "button", onclick: () => copy_rights(view)}, "Copy rights…"),
         element("button", {type: "button", onclick: () => show_sql(view)}, "Changes as SQL…"));
+}
+
+// Whose privileges the list shows stands between the form's tables, as text without an element of its own.
+function make_paragraph(user) {
+    const [before, after] = [user.previousSibling, user.nextSibling];
+    const paragraph = element("p", {});
+    before.before(paragraph);
+    paragraph.append(before, user, after);
 }
 
 // What a cell shows, behind the line feed of its begin. A blank of its own kind stands for an empty name.
