@@ -87,8 +87,8 @@ TEST_F(UriIsam, tells_the_length_of_the_landing_page)
     int length = page_size;
     EXPECT_EQ(uri_isam(nullptr, &request, page, &length, nullptr), 0);
     EXPECT_EQ(length, int(strlen(page)));
-    EXPECT_NE(std::string(page).find("<form method=POST action=/isam.cgi>"), std::string::npos);
-    EXPECT_EQ(connection.received(), "");
+    // What had no room beside the footer has been sent.
+    EXPECT_NE((connection.received() + page).find("<form method=POST action=/isam.cgi>"), std::string::npos);
 }
 
 TEST_F(UriIsam, passes_a_failed_connection_up)
@@ -165,8 +165,7 @@ TEST_F(UriIsam, goes_on_behind_a_privilege_list_without_a_statement)
         int length = page_size;
         EXPECT_EQ(uri_isam(nullptr, &request, page, &length, form), 0);
         EXPECT_EQ(length, int(strlen(page)));
-        EXPECT_BYTES(error_page(failed_allocation), connection.received());
-        EXPECT_EQ(std::string(page).rfind(failed_allocation, 0), 0u);
+        EXPECT_EQ((connection.received() + page).rfind(error_page(failed_allocation) + failed_allocation, 0), 0u);
     }
 }
 

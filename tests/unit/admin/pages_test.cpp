@@ -183,8 +183,10 @@ TEST_F(Pages, a_long_list_goes_out_in_pieces_as_soon_as_each_is_long_enough)
     ASSERT_GE(pieces.size(), 2u);
     std::string whole;
     for (const std::string &piece : pieces) {
-        // Within the line that made it too long.
-        EXPECT_GT(piece.size(), size_t(page_flush_length));
+        // Within the line that made it too long. The last one only made room for the help text.
+        if (&piece != &pieces.back()) {
+            EXPECT_GT(piece.size(), size_t(page_flush_length));
+        }
         EXPECT_LT(piece.size(), size_t(page_flush_length) + 200);
         whole += piece;
     }
@@ -200,11 +202,11 @@ TEST_F(Pages, a_template_that_fits_behind_a_long_page_is_only_appended)
 {
     memset(page, 'p', page_flush_length + 1);
     page[page_flush_length + 1] = 0;
-    EXPECT_EQ(append_template(context, page, "footer.html"), 0);
+    EXPECT_EQ(append_template(context, page, "menu.html"), 0);
     EXPECT_EQ(connection.received(), "");
-    char footer[template_size] = "";
-    load_template("footer.html", footer, sizeof footer, &request);
-    EXPECT_BYTES(std::string(page_flush_length + 1, 'p') + footer, page);
+    char menu[template_size] = "";
+    load_template("menu.html", menu, sizeof menu, &request);
+    EXPECT_BYTES(std::string(page_flush_length + 1, 'p') + menu, page);
 }
 
 TEST_F(Pages, a_template_that_does_not_fit_behind_the_page_goes_out_behind_it)
