@@ -175,6 +175,8 @@ function choice_problem(page) {
         return "There is no user whose privileges could be changed.";
     if (page.user.includes("\uFFFD"))
         return "This user's name cannot be read. Nothing can be changed here; use SQL.";
+    if (!page.users.includes(page.user))
+        return `There is no user ${page.user} to be changed here. Choose another one and press Refresh.`;
     const other = source !== page.datasource ? `the data source ${source}` : user !== page.user ? user || "nobody" : "";
     return other && `You have chosen ${other}, but the list still shows ${page.user} in ${page.datasource}. ` +
         "Press Refresh to go on.";
@@ -260,7 +262,9 @@ function check_changes(next, changes, user) {
     const problem = ({record, p, verb}) => {
         const found = after.get(table_id(record));
         return !found ? " cannot be seen in the list that came back"
-            : found.held[p] === (verb === "grant") ? "" : " was refused by the database";
+            : found.held[p] === (verb === "grant") ? "" : " was refused by the database" +
+                // A revoke that is accepted takes away only what its own grantor has granted.
+                (verb === "revoke" ? ", or somebody else has granted it, too" : "");
     };
     const done = changes.filter(each => !problem(each));
     const verb = done.length === 1 ? "was" : "were";
@@ -388,7 +392,8 @@ async function show_public(view, toggle) {
     if (problem) {
         view.public_rights = null;
         toggle.checked = false;
-        notice("info", problem);
+        if (shown.script === view)
+            notice("info", problem);
     }
     for (const record of view.records)
         mark_public(record, toggle.checked && held?.get(table_id(record)));

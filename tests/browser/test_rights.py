@@ -195,6 +195,23 @@ def test_a_change_that_the_database_refuses_is_named(browser, site, either):
     assert either.allowed("bob", "builder", STOCK) == [()]
 
 
+def test_a_revoke_after_which_the_privilege_is_still_held_is_named(browser, site, either):
+    either.refuse("revoke", STOCK)
+    visit(browser, site, "rights", user="mary")
+    box(browser, STOCK, "insert").click()
+    press_and_agree(browser, "submit_selection")
+    assert told(browser) == [
+        (
+            "bad",
+            [
+                "1 change did not take effect:",
+                "revoke insert on accounts.north.stock from mary was refused by the database, or somebody else has "
+                "granted it, too",
+            ],
+        )
+    ]
+
+
 def test_a_form_that_the_server_would_cut_is_not_sent(browser, site, either):
     many = [(NAME, "north", f"{'t' * 50}{number}") for number in range(110, 220)]
     either.make_tables(*many)
