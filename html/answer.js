@@ -39,6 +39,9 @@ function read_answer(text) {
         return {kind: "error", problem: plain_text(error[1].replace(/<[^>]*>/g, " ")).trim()};
     if (!/<\/html>\s*$/i.test(text))
         return {kind: "cut", problem: "The answer stopped in the middle."};
+    // What stands between the browser and the server, such as a proxy, may answer in its place.
+    if (!text.includes("<main "))
+        return {kind: "unanswered", problem: "The answer is no page of this server."};
     return {text};
 }
 

@@ -16,12 +16,20 @@ function item_list(items) {
 // Asks in a modal dialog; gives a promise of the answer. `go` names the button for yes; without it there is only one to
 // close the dialog. Where a yes does damage (`danger`), the other button is the one that Enter presses.
 function ask({title, text, items, go, cancel, danger, extra}) {
-    const answer = value => () => dialog.close(value);
+    // A second click or a held key that was meant for what brought up the question is no answer to it.
+    const answer = value => event => {
+        if (!value || event.detail < 2)
+            dialog.close(value);
+    };
+    const pressed = event => {
+        if (event.repeat && ["Enter", " "].includes(event.key))
+            event.preventDefault();
+    };
     const no = element("button", {type: "button", class: "cancel", autofocus: !go || danger, onclick: answer("")},
         cancel ?? (go ? "Cancel" : "Close"));
     const yes = go ? element("button", {type: "button", class: danger ? "go danger" : "go", autofocus: !danger,
         onclick: answer("yes")}, go) : null;
-    const dialog = element("dialog", {"aria-labelledby": "dialog_title"}, element("h2", {id: "dialog_title"}, title),
+    const dialog = element("dialog", {"aria-labelledby": "dialog_title", onkeydown: pressed}, element("h2", {id: "dialog_title"}, title),
         text ? element("p", {}, text) : null, item_list(items), extra ?? null, element("div", {class: "actions"}, no, yes));
     document.body.append(dialog);
     dialog.showModal();

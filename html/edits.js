@@ -96,14 +96,14 @@ function note_input(event) {
     }
 }
 
-// The changes by the names of their fields, to be made again in a page that came since.
+// The changes by the names of their fields, to be made again in a page that came since; and what the reader calls them.
 function unsaved_changes() {
-    return changed_controls().map(control => [control.name, value_of(control)]);
+    return changed_controls().map(control => [control.name, value_of(control), control.ariaLabel ?? control.name]);
 }
 
-// Those that the new page already holds are none any more.
+// Those that the new page already holds are none any more. Gives what those are called that it has no fields for.
 function put_back(changes) {
-    const values = new Map(changes);
-    const controls = [...owners.keys()].filter(control => values.has(control.name) && !control.disabled);
-    change(controls.map(control => [control, values.get(control.name)]));
+    const controls = new Map([...owners.keys()].filter(control => !control.disabled).map(control => [control.name, control]));
+    change(changes.filter(([name]) => controls.has(name)).map(([name, value]) => [controls.get(name), value]));
+    return changes.filter(([name]) => !controls.has(name)).map(([, , label]) => label);
 }

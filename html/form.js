@@ -37,10 +37,10 @@ function name_problem(name) {
     return "";
 }
 
-// The fields that show the page `name` ("users", "rights", "reports") of the chosen data source and change nothing.
-// `user` is the one whose rights the rights page is to show; without it the server takes the first one.
-function view_fields(page, name, user) {
-    const datasource = chosen_datasource(page);
+// The fields that show the page `name` ("users", "rights", "reports") and change nothing. `user` is the one whose rights
+// the rights page is to show; without it the server takes the first one. The data source is that of what `page` shows,
+// which need not be the one that is chosen in its list by now.
+function view_fields(page, name, user, datasource = page.datasource) {
     const fields = [["datasource", datasource], ["last_datasource", datasource]];
     if (user)
         fields.push(["isamuser", user]);

@@ -48,6 +48,8 @@ function is_new_visit() {
 }
 
 function add_listeners() {
+    for (const kind of ["click", "beforeinput"])
+        document.addEventListener(kind, hold_back, true);
     document.addEventListener("submit", submitted);
     document.addEventListener("change", note_choice);
     document.addEventListener("focusin", note_value);
@@ -55,6 +57,8 @@ function add_listeners() {
     document.addEventListener("input", note_input);
     addEventListener("beforeunload", event => changed_controls().length && event.preventDefault());
     addEventListener("popstate", went_back);
+    addEventListener("unhandledrejection", () =>
+        notice("bad", "The script of this page has failed. Load the page again to see what the database holds."));
     // Paper cannot be scrolled.
     addEventListener("beforeprint", () => page_lists.forEach(list => list.draw_all()));
     addEventListener("afterprint", () => page_lists.forEach(list => list.redraw()));
@@ -196,8 +200,10 @@ function submitted(event) {
 }
 
 async function go_to_view(name) {
-    if (await may_leave())
-        go(view_fields(shown, name, user_to_show(name)), {place: name === shown.name ? "same" : "next"});
+    if (!await may_leave())
+        return;
+    const fields = view_fields(shown, name, user_to_show(name), chosen_datasource(shown));
+    go(fields, {place: name === shown.name ? "same" : "next"});
 }
 
 function user_to_show(name) {
@@ -247,6 +253,14 @@ function set_busy(on) {
     document.querySelector("main").setAttribute("aria-busy", String(on));
 }
 
+// What is changed while an answer is awaited would be lost with the page that it takes the place of.
+function hold_back(event) {
+    if (busy && event.target.closest("main") && !event.target.closest("#notices")) {
+        event.preventDefault();
+        event.stopPropagation();
+    }
+}
+
 // The answer with its text as a page that can be shown, and all files there that it needs.
 async function prepared(answer) {
     if (!answer.text)
@@ -265,7 +279,7 @@ function show_answer(page, {plan, place}) {
     const before = shown;
     const focused = document.activeElement?.name;
     show(page);
-    shown.last_user = shown.user || before.last_user;
+    shown.last_user = shown.user || (shown.datasource === before.datasource ? before.last_user : undefined);
     remember(place);
     if (place === "next")
         scrollTo(0, 0);
@@ -288,12 +302,21 @@ function focus_on(name) {
 async function went_back(event) {
     if (location.hash)
         return;
-    if (busy || !await may_leave())
-        return history.pushState({fields: view_fields(shown, shown.name, shown.user)}, "", "/");
+    // What is asked is about the page that is shown.
+    const question = document.querySelector("dialog");
+    question?.close();
+    if (busy || question || !await may_leave())
+        return remember("next");
     if (event.state?.fields)
         go(event.state.fields, {place: "same"});
     else
-        location.reload();
+        reload();
+}
+
+// The browser would ask once more about what has been agreed to.
+function reload() {
+    watch_records([], () => {});
+    location.reload();
 }
 
 const advice = {

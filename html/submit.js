@@ -13,10 +13,10 @@ async function read_again() {
     const known = shown.text;
     const changes = unsaved_changes();
     show(answer.page);
-    put_back(changes);
+    const lost = put_back(changes);
     if (known)
         notice("info", "The database has changed since this page was read. The page shows what holds now, with your own changes " +
-            "still to be submitted.");
+            `still to be submitted${lost.length ? ", except for those that cannot be made any more:" : "."}`, lost);
 }
 
 // Asks, submits what the page's own script says, and looks at what became of it.
@@ -45,6 +45,8 @@ function tell_outcome({done, problems}) {
 
 // It may have been carried out in part. So the list is read again, and what it does not hold stays on the page as a change.
 async function submission_failed(answer, plan) {
+    if (answer.kind === "refused")
+        return notice("bad", `${explained(answer)} Nothing has been submitted.`);
     if (await read_again())
         return notice("bad", `${explained(answer)} Whether anything has been carried out is not known. Nothing that you typed is ` +
             "lost. This was to be done:", plan.question.items);

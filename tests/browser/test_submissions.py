@@ -1,5 +1,7 @@
 """Between the question and the outcome of a submission: others' changes, answers that do not come, changes kept."""
 
+import threading
+
 import pytest
 
 from support import browser as browsers
@@ -185,3 +187,148 @@ def test_enter_in_the_filter_submits_nothing(browser, relay):
     relay.bodies.clear()
     find(browser, ".filter input").send_keys("north\n")
     assert not find_all(browser, "dialog") and relay.bodies == [] and browser.title.endswith(f"{NAME} – tabwarden")
+
+
+def hold_answers(relay):
+    """Until what this gives is set."""
+    released = threading.Event()
+    relay.spoil = lambda answer: answer if released.wait(20) else b""
+    return released
+
+
+def choose(driver, name, value):
+    driver.execute_script(
+        "const [chooser, value] = arguments;"
+        "chooser.value = value; chooser.dispatchEvent(new Event('change', {bubbles: true}))",
+        field(driver, name),
+        value,
+    )
+
+
+def test_what_is_chosen_while_the_page_is_read_again_does_not_redirect_the_submission(browser, relay):
+    visit(browser, relay.address, "users")
+    press(browser, "refresh_users")
+    type_into(browser, "Abe_file", "moved")
+    arrived = hold_answers(relay)
+    button(browser, "submit_users").click()
+    choose(browser, "datasource", UNREACHABLE)
+    arrived.set()
+    assert question(browser).find_element("tag name", "h2").text == f"Submit 1 change to {NAME}?"
+    with browsers.next_page(browser):
+        answer_question(browser)
+    assert relay.bodies[-1].startswith(f"datasource={NAME}&last_datasource={NAME}&".encode())
+    assert texts(browser, "good")
+
+
+def test_after_a_lost_answer_the_submission_s_own_data_source_is_read(browser, relay):
+    visit(browser, relay.address, "users")
+    type_into(browser, "Abe_file", "moved")
+    spoil_submissions(relay, b"submit_users")
+    button(browser, "submit_users").click()
+    question(browser)
+    choose(browser, "datasource", UNREACHABLE)
+    answer_question(browser)
+    (text,) = wait_until(browser, lambda: texts(browser, "bad"))
+    assert "The list has been read again" in text
+    assert relay.bodies[-1].startswith(f"datasource={NAME}&".encode())
+
+
+def test_nothing_is_changed_on_a_page_that_is_about_to_be_replaced(browser, relay):
+    visit(browser, relay.address, "rights", user="mary")
+    arrived = hold_answers(relay)
+    button(browser, "rights_refresh").click()
+    ticked = box(browser, NOTES, "delete")
+    ticked.click()
+    find(browser, ".filter input").send_keys("x")
+    assert not ticked.is_selected() and find(browser, ".filter input").get_attribute("value") == ""
+    arrived.set()
+    wait_until(browser, lambda: not find_all(browser, ".busy"))
+    box(browser, NOTES, "delete").click()
+    assert changed_count(browser) == 1
+
+
+def test_back_closes_the_question_and_changes_nothing(browser, relay):
+    visit(browser, relay.address, "users")
+    press(browser, "rights")
+    button(browser, "rights_revoke").click()
+    question(browser)
+    relay.bodies.clear()
+    browser.back()
+    wait_until(browser, lambda: not find_all(browser, "dialog"))
+    assert browser.title.startswith("Rights") and relay.bodies == []
+    browser.back()
+    wait_until(browser, lambda: browser.title.startswith("Users"))
+
+
+def test_leaving_for_the_start_page_asks_once(browser, site):
+    visit(browser, site, "users")
+    type_into(browser, "Abe_file", "moved")
+    browser.execute_script("addEventListener('beforeunload', event => sessionStorage.asked = event.defaultPrevented)")
+    browser.back()
+    answer_question(browser)
+    wait_until(browser, lambda: browser.title == "tabwarden")
+    assert browser.execute_script("return sessionStorage.asked") == "false"
+
+
+def test_changes_to_what_is_gone_by_now_are_named(browser, site, either):
+    visit(browser, site, "users")
+    press(browser, "refresh_users")
+    type_into(browser, "Abe_file", "moved")
+    type_into(browser, "mary_file", "moved, too")
+    either.drop_user("Abe")
+    button(browser, "submit_users").click()
+    assert "mary" in question(browser).text and "Abe" not in question(browser).text
+    (text,) = texts(browser, "info")
+    assert text.removesuffix("\n×").endswith(", except for those that cannot be made any more:\nDescription of Abe")
+
+
+def test_a_refused_log_in_has_changed_nothing(browser, relay):
+    visit(browser, relay.address, "users")
+    type_into(browser, "Abe_file", "moved")
+    refusal = b"HTTP/1.1 401 Authorization Required\r\n\r\n"
+    relay.spoil = lambda answer: refusal if b"submit" in relay.bodies[-1] else answer
+    button(browser, "submit_users").click()
+    answer_question(browser)
+    (text,) = wait_until(browser, lambda: texts(browser, "bad"))
+    assert text.startswith("The log-in was refused") and "Nothing has been submitted." in text
+    assert b"submit" in relay.bodies[-1] and changed_count(browser) == 1
+
+
+def test_the_answer_of_something_else_than_the_server_is_explained(browser, relay):
+    visit(browser, relay.address, "users")
+    type_into(browser, "Abe_file", "moved")
+    strange = b"HTTP/1.1 502 Bad Gateway\r\n\r\n<html><body><h1>Bad gateway</h1></body></html>"
+    relay.spoil = lambda answer: strange
+    button(browser, "submit_users").click()
+    (text,) = wait_until(browser, lambda: texts(browser, "bad"))
+    assert "Nothing has been submitted." in text
+    assert changed_count(browser) == 1 and not find_all(browser, ".busy")
+
+
+def test_what_fails_in_the_script_itself_is_told(browser, site):
+    visit(browser, site, "users")
+    # As a part of the page: for what is run past it the browser tells the page nothing.
+    browser.execute_script("run_script('shown.script.submission = () => { throw new Error(); }')")
+    button(browser, "submit_users").click()
+    (text,) = wait_until(browser, lambda: texts(browser, "bad"))
+    assert "Load the page again" in text
+
+
+@pytest.mark.parametrize("event", ["second click", "held key"])
+def test_a_question_is_not_answered_by_what_brought_it_up(browser, site, event):
+    visit(browser, site, "rights", user="mary")
+    box(browser, NOTES, "update").click()
+    button(browser, "submit_selection").click()
+    question(browser)
+    if event == "held key":
+        for kind in ("rawKeyDown", "char"):
+            key = {"type": kind, "key": "Enter", "windowsVirtualKeyCode": 13, "text": "\r", "autoRepeat": True}
+            browser.execute_cdp_cmd("Input.dispatchKeyEvent", key)
+    else:
+        middle = find(browser, "dialog .go").rect
+        place = {"x": middle["x"] + middle["width"] / 2, "y": middle["y"] + middle["height"] / 2}
+        for kind in ("mousePressed", "mouseReleased"):
+            click = {"type": kind, "button": "left", "clickCount": 2, **place}
+            browser.execute_cdp_cmd("Input.dispatchMouseEvent", click)
+    assert find_all(browser, "dialog[open]")
+    answer_question(browser, agree=False)

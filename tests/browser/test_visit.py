@@ -132,3 +132,13 @@ def without_data_sources(running_server):
 def test_without_any_data_source_the_start_page_says_how_to_add_one(browser, without_data_sources):
     browser.get(without_data_sources)
     assert [kind for kind, text in notices(browser) if "odbc.ini" in text] == ["info"]
+
+
+@ON_EMBEDDED
+def test_a_user_who_is_gone_by_now_is_named_as_such(browser, site, either):
+    visit(browser, site, "rights", user="mary")
+    press(browser, "users")
+    either.drop_user("mary")
+    press(browser, "rights")
+    assert browsers.find(browser, ".choice").text.startswith("There is no user mary to be changed here.")
+    assert not browsers.button(browser, "submit_selection").is_enabled()
