@@ -167,12 +167,6 @@ async function gather_user(report, signal) {
     return "";
 }
 
-// The server writes the name into its query as it is, where a quote would end it; without a name it shows the first
-// user; and a line end or a broken letter comes to a script as another one.
-function has_exact_name(name) {
-    return /^[^'\r\n\uFFFD]+$/.test(name);
-}
-
 function masks_of(report, tables) {
     const places = tables.map(({catalog, schema, table}) => place_of(report, [catalog, schema, table]));
     const masks = new Uint8Array(report.tables.length);

@@ -173,8 +173,8 @@ function choice_problem(page) {
         page.form.querySelector(`select[name=${name}]`)?.value);
     if (!page.user)
         return "There is no user whose privileges could be changed.";
-    if (page.user.includes("\uFFFD"))
-        return "This user's name cannot be read. Nothing can be changed here; use SQL.";
+    if (!has_exact_name(page.user))
+        return "The server cannot be asked for exactly this user. Nothing can be changed here; use SQL.";
     if (!page.users.includes(page.user))
         return `There is no user ${page.user} to be changed here. Choose another one and press Refresh.`;
     const other = source !== page.datasource ? `the data source ${source}` : user !== page.user ? user || "nobody" : "";
@@ -353,7 +353,7 @@ async function read_user(page, user) {
 // Sets the boxes of the tables that match the filter to what another user holds.
 async function copy_rights(view) {
     const {page} = view;
-    const others = new Set([...page.users, "public"].filter(user => user !== page.user && !user.includes("\uFFFD")));
+    const others = new Set([...page.users, "public"].filter(user => user !== page.user && has_exact_name(user)));
     const choice = element("select", {}, ...[...others].map(user => element("option", {value: user}, user)));
     const records = view.list.shown();
     const tables = counted(records.length, "table");

@@ -43,3 +43,9 @@ function add_table(tables, row) {
     if (!known.grantor.split(", ").includes(row.grantor))
         known.grantor = `${known.grantor}, ${row.grantor}`;
 }
+
+// The server writes the name into its query as it is, where a quote would end it; without a name it shows the first
+// user; and a line end or a broken letter comes to a script as another one.
+function has_exact_name(name) {
+    return /^[^'\r\n\uFFFD]+$/.test(name);
+}

@@ -69,8 +69,10 @@ function listed_user(row) {
         place_old_password(record, further);
     further.setAttribute("aria-label", record.box ? `Delete ${user}` : `Old password of ${user}`);
     record.controls = [description, password, further];
-    if (name_problem(description.name))
-        lock(record, name_problem(description.name));
+    // Unescaped in the server's statements, which then fail or change somebody else: it''s is it's to them.
+    const problem = user.includes("'") ? "its name holds a single quote" : name_problem(description.name);
+    if (problem)
+        lock(record, problem);
     return record;
 }
 

@@ -407,6 +407,15 @@ def test_nothing_is_changed_while_another_user_or_data_source_is_chosen_than_sho
         assert "Press Refresh to go on" not in find(browser, "main").text
 
 
+@ON_EMBEDDED
+def test_nothing_is_changed_for_a_user_whom_the_server_takes_for_another_one(browser, site, either):
+    for user in ("it's", "it''s"):
+        either.add_user(user, "", "pw")
+    visit(browser, site, "rights", user="it''s")
+    assert "The server cannot be asked for exactly this user." in find(browser, ".choice").text
+    assert not any(button(browser, name).is_enabled() for name in ("rights_grant", "rights_revoke", "submit_selection"))
+
+
 # The rights of others
 
 

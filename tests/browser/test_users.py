@@ -470,6 +470,14 @@ def test_a_user_whose_name_cannot_be_sent_is_locked(page, either):
 
 
 @ON_EMBEDDED
+def test_a_user_whom_the_server_would_take_for_another_one_is_locked(page, either):
+    for name in ("it's", "it''s"):
+        either.add_user(name, "", "secret")
+    shown = [row.text for row in find_all(page(), "tr.locked")]
+    assert len(shown) == 2 and all("Cannot be changed here: its name holds a single quote. Use SQL." in text for text in shown)
+
+
+@ON_EMBEDDED
 def test_a_user_whose_name_is_too_long_for_the_server_is_locked(page, either):
     either.source.change(f"insert into \"nordvale.system.user\" values ('{'n' * 255}', '', '')")
     users = page()

@@ -89,4 +89,5 @@ class Visitor:
 
 
 def user_statement(name, description, password):
-    return f"insert into nordvale.system.user values ('{name}', '{description}', '{password}')"
+    values = (value.replace("'", "''") for value in (name, description, password))
+    return "insert into nordvale.system.user values ('{}', '{}', '{}')".format(*values)
