@@ -279,6 +279,8 @@ function all_submission(view, button) {
     const [verb, name, deed] = button === "rights_grant"
         ? ["grant", "Grant All", `grants select, insert, update and delete to ${user}`]
         : ["revoke", "Revoke All", `takes all privileges away from ${user}`];
+    // The server leaves out the others, too.
+    const tables = all => counted(all.filter(record => record.boxes.length).length, "table");
     const differing = all => all.filter(record => record.held.includes(verb === "revoke"));
     const changing = differing(records).length.toLocaleString("en");
     const unsaved = asked_of(pending_changes(view)).length;
@@ -287,7 +289,7 @@ function all_submission(view, button) {
         question: {
             title: `${name} for ${user}?`,
             text: `${name} ${deed} on every table of ${page.datasource}, whatever is ticked or filtered: ` +
-                `${counted(records.length, "table")}, of which ${changing} would change.` +
+                `${tables(records)}, of which ${changing} would change.` +
                 (user === "public" ? " What public has, every user has." : "") +
                 (unsaved ? ` ${counted(unsaved, "change")} not submitted will be lost.` : ""),
             go: name,
@@ -300,7 +302,7 @@ function all_submission(view, button) {
             const held = verb === "grant" ? "all" : "none";
             return {
                 done: left.length ? "" : `${user} now holds ${held} of the four privileges on ` +
-                    `${counted(next.records.length, "table")}.`,
+                    `${tables(next.records)}.`,
                 problems: left.map(record => statement(verb, "all", record.name, user)),
             };
         },

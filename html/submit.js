@@ -19,21 +19,34 @@ async function read_again() {
             `still to be submitted${lost.length ? ", except for those that cannot be made any more:" : "."}`, lost);
 }
 
-// Asks, submits what the page's own script says, and looks at what became of it.
+// Whether it was; otherwise the reader has been told why not.
+async function is_read_again() {
+    const problem = await while_busy(read_again);
+    if (problem)
+        notice("bad", `${explained(problem)} Nothing has been submitted.`);
+    return !problem;
+}
+
+// Asks, submits what the page's own script says, and looks at what became of it. What others change while a question
+// stands open makes it another question.
 async function submit(button) {
     if (!shown.script.submission)
         return;
     if (other_choice())
         return ask({title: "Press Refresh first", text: "Another data source or user has been chosen in the lists above than " +
             "this page shows."});
-    const problem = await while_busy(read_again);
-    if (problem)
-        return notice("bad", `${explained(problem)} Nothing has been submitted.`);
-    const plan = shown.script.submission(button);
-    if (plan.refusal)
-        return ask(plan.refusal);
-    if (await ask(plan.question))
-        go(plan.fields, {plan, place: "same"});
+    if (!await is_read_again())
+        return;
+    let page, plan;
+    do {
+        page = shown;
+        plan = page.script.submission(button);
+        if (plan.refusal)
+            return ask(plan.refusal);
+        if (!await ask(plan.question) || !await is_read_again())
+            return;
+    } while (shown !== page);
+    go(plan.fields, {plan, place: "same"});
 }
 
 function tell_outcome({done, problems}) {

@@ -304,6 +304,9 @@ def test_a_table_without_boxes_stays_as_it_is(browser, relay):
     assert asked(browser, "submit_selection") == [
         f"grant delete on {dotted(table)} to mary" for table in TABLES if table != STOCK
     ]
+    answer_question(browser, agree=False)
+    asked(browser, "rights_grant")
+    assert "on every table of accounts, whatever is ticked or filtered: 3 tables," in question(browser).text
 
 
 # Many boxes at once

@@ -89,6 +89,20 @@ def test_what_others_have_changed_meanwhile_is_not_taken_back(browser, site, eit
     assert [box(browser, NOTES, privilege).is_selected() for privilege in ("insert", "update")] == [True, True]
 
 
+def test_what_others_change_while_a_question_stands_open_makes_it_a_new_one(browser, site, either):
+    visit(browser, site, "rights", user="mary")
+    box(browser, NOTES, "update").click()
+    button(browser, "submit_selection").click()
+    question(browser)
+    either.grant("mary", NOTES, "insert")
+    find(browser, "dialog .go").click()
+    wait_until(browser, lambda: any("has changed since this page was read" in text for text in texts(browser, "info")))
+    question(browser)
+    with browsers.next_page(browser):
+        answer_question(browser)
+    assert [box(browser, NOTES, privilege).is_selected() for privilege in ("insert", "update")] == [True, True]
+
+
 def test_no_puts_everything_back_as_it_was_before_the_question(browser, site):
     visit(browser, site, "rights", user="mary")
     box(browser, NOTES, "update").click()
