@@ -147,11 +147,12 @@ function progress_text(report, begun) {
 // Reads the next user. Gives "" or why that did not work.
 async function gather_user(report, signal) {
     const user = report.users[report.masks.length];
-    const {text, kind, problem} = await request_page(view_fields(report, "rights", user), signal);
+    const answer = await request_page(view_fields(report, "rights", user), signal);
+    const {text} = answer;
     if (signal.aborted)
         return "";
-    if (problem)
-        return `${problem} ${advice[kind]}`;
+    if (answer.problem)
+        return explained(answer);
     const rights = read_rights(text);
     if (!report.ended)
         for (const name of rights.users.filter(name => name !== "public"))

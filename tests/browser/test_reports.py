@@ -365,7 +365,7 @@ def test_a_database_that_goes_away_meanwhile_is_told_in_the_server_s_words(brows
     tell(browser, "Gather anew")
     ((kind, text),) = wait_until(browser, lambda: notices(browser))
     away.rename(either.source.database)
-    assert kind == "bad" and "user: public" in text
+    assert kind == "bad" and "user: public" in text and "undefined" not in text
     # The report of before is there still.
     assert state(browser).startswith("Data source")
     assert matrix(browser)[2] == HELD
