@@ -41,7 +41,7 @@ function add_titles(list) {
     const cells = [...titles.cells].map((cell, at) => {
         const title = cell.textContent.trim();
         const column = list.columns[at];
-        return element("th", {scope: "col"}, column
+        return element("th", {scope: "col", "data-title": column ? title : null}, column
             ? element("button", {type: "button", class: "sort", onclick: () => sort_by(list, at)}, title)
             : title);
     });
@@ -121,6 +121,9 @@ function sort_records({matching, columns, view, titles}) {
 function draw_rows(list, count) {
     list.drawn = Math.min(count, list.matching.length);
     list.body.replaceChildren(...list.matching.slice(0, list.drawn).map(record => record.row));
+    if (!list.drawn)
+        list.body.append(element("tr", {class: "none"}, element("td", {colspan: String(list.columns.length)},
+            list.records.length ? `No ${list.noun} matches.` : `There are no ${list.noun}s.`)));
     show_more_row(list);
 }
 
@@ -156,7 +159,11 @@ function show_state(list) {
     const edits = list.editable ? changed_controls().length : 0;
     list.count.textContent = edits ? `${count}, ${counted(edits, "change")} not submitted` : count;
     if (list.editable) {
+        const pressed = [list.undo, list.undo_all].includes(document.activeElement);
         list.undo.disabled = !steps.length;
         list.undo_all.disabled = !edits;
+        // A button that is switched off would lose the focus to nowhere.
+        if (pressed && document.activeElement.disabled)
+            (steps.length ? list.undo : list.tools.querySelector("input")).focus();
     }
 }

@@ -27,12 +27,14 @@ addEventListener("afterprint", () => print_report(false));
 document.head.append(element("style", {}, `
 .report .axis { display: flex; flex-wrap: wrap; gap: 0.5rem 0.8rem; }
 .report .pager { margin: 0; }
+.report > p { max-width: 60rem; margin: 0.5rem 0; }
 .report select { width: min(22rem, 90vw); }
 .matrix caption { padding: 0.3rem 0.7rem; text-align: left; }
 .matrix :is(th, td) {
   max-width: min(20rem, 40vw); border-inline-end: 1px solid var(--line); white-space: pre-wrap; overflow-wrap: break-word;
 }
 .matrix thead th { vertical-align: bottom; }
+.matrix .sort { min-height: 1.5rem; line-height: 1; }
 .matrix .held { text-align: center; white-space: nowrap; }
 .matrix .upright > * { max-height: 14rem; writing-mode: vertical-rl; rotate: 180deg; overflow: hidden; }
 .matrix button:not(.sort) {
@@ -41,7 +43,7 @@ document.head.append(element("style", {}, `
 }
 .spoken { position: absolute; width: 1px; height: 1px; overflow: hidden; clip-path: inset(50%); white-space: nowrap; }
 @media print {
-  .report > .actions { display: none; }
+  .report > :is(.actions, .how_to) { display: none; }
   .matrix { margin-bottom: 2rem; font-size: 0.8rem; }
   .matrix :is(th, td) { position: static; max-width: 7rem; padding: 0.2rem 0.3rem; }
   .matrix .upright > * { display: block; max-height: 20rem; font-weight: 400; }
@@ -66,10 +68,10 @@ function reports_page(page) {
     view.state = element("p", {class: "status", role: "status"});
     view.body = element("div");
     view.section = element("section", {class: "report"}, element("h2", {}, "Who may do what"),
-        element("p", {}, "Gather reads what each listed user holds, one after the other, and shows it together; " +
-            "nothing is changed. It begins with public, who stands for everybody: what everybody holds is shown there " +
-            "only. What a user may do in another way, such as the administrator or a member of a role, is not shown. " +
-            "Press the name of a table or a user to see it alone."),
+        element("p", {class: "how_to"}, "Gather reads what each listed user holds, one after the other, and shows it " +
+            "together; nothing is changed. Press the name of a table or a user to see it alone."),
+        element("p", {}, "What everybody holds is shown under public only. What a user may do in another way, as the " +
+            "administrator, as a table's owner or through a role, is not shown."),
         view.steps, view.state, view.tools, view.body);
     page.form.after(view.section);
     report_view = view;

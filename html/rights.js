@@ -233,9 +233,9 @@ function selection_submission(view) {
         fields,
         question: {
             title: `Change the privileges of ${user}?`,
-            text: `${counted_changes(changes)} in the database.` + (forced ? " Not asked for, but part of every " +
-                `submission: ${counted(forced, "revoke")}, for the reasons given below. To keep these privileges, ` +
-                "cancel and run the rest as SQL." : ""),
+            text: `${counted_changes(changes)} in ${page.datasource}. This takes effect at once; there is no undo.` +
+                (forced ? ` Not asked for, but part of every submission: ${counted(forced, "revoke")}, for the reasons ` +
+                "given below. To keep these privileges, cancel and run the rest as SQL." : ""),
             items: changes.map(each => each.text + (each.forced ? ` (not asked for: ${each.record.problem})` : "")),
             go: "Submit",
             danger: forced > 0,
@@ -356,7 +356,8 @@ async function read_user(page, user) {
 async function copy_rights(view) {
     const {page} = view;
     const others = new Set([...page.users, "public"].filter(user => user !== page.user && has_exact_name(user)));
-    const choice = element("select", {}, ...[...others].map(user => element("option", {value: user}, user)));
+    const choice = element("select", {autofocus: true},
+        ...[...others].map(user => element("option", {value: user}, user)));
     const records = view.list.shown();
     const tables = counted(records.length, "table");
     const agreed = await ask({
@@ -374,8 +375,9 @@ async function copy_rights(view) {
     const pairs = records.flatMap(record => record.controls.map((box, p) => [box, held.get(table_id(record))?.[p]]))
         .filter(([box, ticked]) => ticked === !box.checked);
     change(pairs);
-    notice("info", `${counted(pairs.length, "change")} made to the boxes of ${tables} to match what ${choice.value} ` +
-        "holds. Look through them, then press Submit Selection.");
+    notice("info", pairs.length ? `${counted(pairs.length, "change")} made to the boxes of ${tables} to match what ` +
+        `${choice.value} holds. Look through them, then press Submit Selection.`
+        : `The boxes of ${tables} are already as ${choice.value} holds them: none was changed.`);
 }
 
 function public_toggle(view) {

@@ -60,6 +60,10 @@ def tick(driver, label):
     found.click()
 
 
+def tool(driver, label):
+    return next(shown for shown in find_all(driver, ".tools button") if shown.text == label)
+
+
 def title(driver, text):
     return find(driver, f"th:nth-child({['Name', 'Ink'].index(text) + 1}) button")
 
@@ -84,7 +88,7 @@ def test_all_words_of_the_filter_have_to_be_there(pens):
     filter_for(pens, "RED 24")
     assert drawn(pens) == ["Pen 241"] and count(pens) == "1 of 250 pens"
     filter_for(pens, "no such")
-    assert drawn(pens) == [] and count(pens) == "0 of 250 pens"
+    assert drawn(pens) == ["No pen matches."] and count(pens) == "0 of 250 pens"
     filter_for(pens, " ")
     assert count(pens) == "250 pens"
 
@@ -126,6 +130,15 @@ def test_the_next_page_has_the_same_filter_and_order(pens):
     make_list(pens)
     assert drawn(pens) == ["Pen 241"] and find(pens, "th").get_attribute("aria-sort") == "descending"
     assert find(pens, ".filter input").get_attribute("value") == "pen 24"
+
+
+def test_the_focus_stays_at_hand_when_there_is_nothing_more_to_undo(pens):
+    find(pens, "[aria-label='Pen 3']").click()
+    tool(pens, "Undo all").click()
+    assert pens.switch_to.active_element == tool(pens, "Undo")
+    tool(pens, "Undo").click()
+    tool(pens, "Undo").click()
+    assert pens.switch_to.active_element == find(pens, ".filter input")
 
 
 def test_paper_gets_all_that_match(pens):

@@ -154,6 +154,27 @@ def test_print_has_the_list_with_its_titles_on_each_sheet_and_nothing_to_press(r
     assert colours(reader) == ("rgba(255, 255, 255, 1)", "rgba(27, 30, 46, 1)")
 
 
+def test_print_has_no_button_among_the_titles(browser, site):
+    """Browsers print one on the first sheet only."""
+    visit(browser, site, "rights")
+    show_as(browser, media="print")
+    titles = """return [...document.querySelectorAll("thead th")].filter(title => title.checkVisibility()).map(title =>
+        [title.innerText, getComputedStyle(title, "::before").content])"""
+    names = ("Catalog", "Schema", "Table", "Grantor", "Grantee", "Select", "Insert", "Update", "Delete")
+    assert browser.execute_script(titles) == [["", f'"{name}"'] for name in names]
+
+
+def test_a_mark_below_a_field_moves_nothing_beside_it(browser, site):
+    visit(browser, site, "users")
+    description, password = field(browser, "mary_file"), field(browser, "mary_password")
+    for width in WIDTHS[1:]:
+        resize(browser, width)
+        password.send_keys("mary")
+        assert find(browser, ".mark").is_displayed()
+        assert description.location["y"] == password.location["y"], width
+        browser.execute_script("undo_all()")
+
+
 def colours(driver):
     body = find(driver, "body")
     return tuple(body.value_of_css_property(name) for name in ("background-color", "color"))

@@ -428,6 +428,7 @@ def test_the_rights_of_another_user_are_copied_where_the_filter_matches(browser,
     filter_tables(browser, "orders")
     tool(browser, "Copy rights…").click()
     chooser = Select(question(browser).find_element("css selector", "select"))
+    assert browser.switch_to.active_element == find(browser, "dialog select")
     assert [option.text for option in chooser.options] == ["Abe", "mary", "public"]
     chooser.select_by_value("mary")
     answer_question(browser)
