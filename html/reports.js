@@ -198,8 +198,8 @@ function set_steps(view, ...steps) {
 
 function show_gathered(view) {
     const left = gathered ? gathered.users.length - gathered.masks.length : 0;
-    set_steps(view, ...(left ? [report_button("Go on", () => gather(view, gathered))] : []),
-        report_button(gathered ? "Gather anew" : "Gather", () => gather(view, new_report(view.datasource))));
+    set_steps(view, ...(left ? [report_button("Continue", () => gather(view, gathered))] : []),
+        report_button(gathered ? "Gather again" : "Gather", () => gather(view, new_report(view.datasource))));
     view.tools.hidden = view.state.hidden = !gathered;
     if (!gathered)
         return;

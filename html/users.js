@@ -375,7 +375,7 @@ function users_question(view, edits) {
     const ordered = [...edits.filter(does_damage), ...edits.filter(edit => !does_damage(edit))];
     const items = ordered.flatMap(edit => edit.words);
     return {
-        title: `Submit ${counted(items.length, "change")} to ${view.page.datasource}?`,
+        title: `Submit these changes to ${view.page.datasource}?`,
         text: `${edits.map(old_password_advice).join("")}This takes effect at once; there is no undo.`,
         items, go: "Submit", danger: edits.some(does_damage),
     };
@@ -387,7 +387,7 @@ function old_password_advice({record: {old}, user, password}) {
     if (!password)
         return `The old password of ${user} is filled in and the new one is empty: an EMPTY password would be set. ` +
             "If you did not mean that, cancel and empty the old one; the browser may have filled it in. ";
-    return `The old password of ${user} is ${old.value ? "" : "not "}given. A data source that cannot tell ` +
+    return `The old password of ${user} is ${old.value ? "" : "not "}given. A data source that does not show ` +
         "passwords, such as PostgreSQL, wants none; others want it. ";
 }
 

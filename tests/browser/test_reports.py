@@ -325,10 +325,10 @@ def test_stopped_it_shows_what_has_been_read_and_goes_on_from_there(browser, rel
     wait_for_state(browser, f"Incomplete: 2 of 4 users not read yet. Data source {NAME}, read ")
     over.set()
     assert not notices(browser)
-    assert browser.switch_to.active_element.text == "Go on"
+    assert browser.switch_to.active_element.text == "Continue"
     clear(browser, "Only users with a privilege")
     assert matrix(browser)[0] == ["public", "Abe"]
-    tell(browser, "Go on")
+    tell(browser, "Continue")
     wait_for_state(browser, "Data source")
     assert matrix(browser)[0] == list(READ)
     assert relay.bodies == [body(user) for user in ("public", "Abe", "bob", "bob", "mary")]
@@ -352,7 +352,7 @@ def test_a_read_that_fails_is_explained_and_what_is_there_stays(browser, relay, 
     ((kind, text),) = notices(browser)
     assert kind == "bad" and text.startswith(words) and f"data source: {NAME}\nuser: bob" in text
     relay.spoil = lambda answer: answer
-    tell(browser, "Go on")
+    tell(browser, "Continue")
     wait_for_state(browser, "Data source")
     assert not notices(browser)
     assert matrix(browser)[2] == HELD
@@ -362,7 +362,7 @@ def test_a_read_that_fails_is_explained_and_what_is_there_stays(browser, relay, 
 def test_a_database_that_goes_away_meanwhile_is_told_in_the_server_s_words(browser, site, either):
     gather(browser, site)
     away = either.source.database.rename(either.source.database.with_suffix(".away"))
-    tell(browser, "Gather anew")
+    tell(browser, "Gather again")
     ((kind, text),) = wait_until(browser, lambda: notices(browser))
     away.rename(either.source.database)
     assert kind == "bad" and "user: public" in text and "undefined" not in text
@@ -376,7 +376,7 @@ def test_a_new_report_begins_with_all_tables_and_users(browser, relay):
     gather(browser, relay.address)
     tell(browser, "mary")
     after_two(relay, lambda answer: b"")
-    tell(browser, "Gather anew")
+    tell(browser, "Gather again")
     wait_for_state(browser, "Incomplete")
     assert find(browser, ".report h3").text == "Tables and users"
     assert matrix(browser)[2] == {("public", NOTES): HELD["public", NOTES]}

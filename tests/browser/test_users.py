@@ -360,7 +360,7 @@ def test_only_what_was_changed_is_sent(users, either, relay):
         "bob": ("", "bob_checkbox=OFF"),
     }
     assert submit(users) == (
-        "Submit 4 changes to accounts?",
+        "Submit these changes to accounts?",
         "This takes effect at once; there is no undo.",
         ["delete bob and take away all of bob's privileges"]
         + [f"change the {what} of {name}" for name, (what, _) in in_page_order(either, fields) if name != "bob"],
@@ -552,7 +552,7 @@ def test_the_administrators_new_password_is_the_one_to_log_in_with(users, relay,
     assert items == ["change the password of admin"]
     given = "" if either.old_password else "not "
     assert text == (
-        f"The old password of admin is {given}given. A data source that cannot tell passwords, such as PostgreSQL, "
+        f"The old password of admin is {given}given. A data source that does not show passwords, such as PostgreSQL, "
         "wants none; others want it. This takes effect at once; there is no undo."
     )
     assert agree(users) == [

@@ -5,7 +5,6 @@ import sys
 import tempfile
 from pathlib import Path
 
-
 from support import browser as browsers
 from support.browser import box, button, field, find, question, visit, wait_until
 from support.server import BUILD, ROOT, RunningServer, install_html, write_product_ini
@@ -20,6 +19,11 @@ def take(driver, folder, name):
 def click(driver, element):
     """Where another one may lie above it."""
     driver.execute_script("arguments[0].click()", element)
+
+
+def filter_list(driver, text):
+    find(driver, ".filter input").send_keys(text)
+    driver.execute_script("document.activeElement.blur()")
 
 
 def start_page(driver, site, folder):
@@ -45,6 +49,7 @@ def users_page(driver, site, folder):
 def rights_page(driver, site, folder):
     browsers.resize(driver, 1180, 860)
     visit(driver, site, "rights", user="carla")
+    filter_list(driver, "sales crm")
     for table, privilege in ((("sales", "crm", "contact"), "update"), (("sales", "crm", "customer"), "delete")):
         click(driver, box(driver, table, privilege))
     take(driver, folder, "rights")
@@ -60,7 +65,7 @@ def reports_page(driver, site, folder):
     visit(driver, site, "reports")
     click(driver, find(driver, ".report .actions button"))
     wait_until(driver, lambda: find(driver, ".matrix tbody tr"))
-    wait_until(driver, lambda: find(driver, ".report .actions button").text == "Gather anew")
+    wait_until(driver, lambda: find(driver, ".report .actions button").text == "Gather again")
     driver.execute_script("document.querySelector('.tools').scrollIntoView()")
     take(driver, folder, "reports")
 
@@ -68,6 +73,7 @@ def reports_page(driver, site, folder):
 def phone(driver, site, folder):
     browsers.resize(driver, 390, 844)
     visit(driver, site, "rights", user="elena")
+    filter_list(driver, "sales orders")
     driver.execute_script("document.querySelector('.tools').scrollIntoView()")
     take(driver, folder, "phone")
 
@@ -76,6 +82,7 @@ def dark(driver, site, folder):
     browsers.resize(driver, 1180, 700)
     browsers.show_as(driver, "dark")
     visit(driver, site, "rights", user="elena")
+    filter_list(driver, "sales orders")
     take(driver, folder, "dark")
 
 
