@@ -227,7 +227,7 @@ def test_what_is_chosen_while_the_page_is_read_again_does_not_redirect_the_submi
     button(browser, "submit_users").click()
     choose(browser, "datasource", UNREACHABLE)
     arrived.set()
-    assert question(browser).find_element("tag name", "h2").text == f"Submit 1 change to {NAME}?"
+    assert question(browser).find_element("tag name", "h2").text.endswith(f" to {NAME}?")
     with browsers.next_page(browser):
         answer_question(browser)
     assert relay.bodies[-1].startswith(f"datasource={NAME}&last_datasource={NAME}&".encode())
