@@ -180,6 +180,17 @@ def colours(driver):
     return tuple(body.value_of_css_property(name) for name in ("background-color", "color"))
 
 
+def test_a_long_question_has_its_title_and_its_buttons_in_sight_on_a_phone(browser, site):
+    resize(browser, 360, 640)
+    browser.get(site)
+    browser.execute_script("ask({title: 'Go on?', text: 'and so on, '.repeat(200), go: 'Go'})")
+    seen = """return [...document.querySelectorAll("dialog :is(h2, .actions button)")].filter(element => {
+        const {left, top, bottom} = element.getBoundingClientRect();
+        return [top + 2, bottom - 2].every(y => document.elementFromPoint(left + 20, y) === element);
+    }).map(element => element.textContent)"""
+    assert browser.execute_script(seen) == ["Go on?", "Cancel", "Go"]
+
+
 def test_a_dark_screen_gets_a_dark_page(browser, site):
     browser.get(site)
     assert colours(browser) == ("rgba(255, 255, 255, 1)", "rgba(27, 30, 46, 1)")
