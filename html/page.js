@@ -26,7 +26,6 @@ const files_run = new Set();
 
 async function start() {
     document.head.append(document.getElementById("script_style").content);
-    add_listeners();
     const page = page_in(document);
     try {
         await run_files(page);
@@ -34,6 +33,7 @@ async function start() {
         add_notices(page.main);
         return notice("bad", "A part of this page has not arrived. Load it again.");
     }
+    add_listeners();
     show(page);
     window.tabwarden_ready = true;
     if (history.state?.fields && !is_new_visit())
