@@ -97,6 +97,19 @@ def test_whatever_can_be_pressed_is_24_pixels_wide_and_high(reader, site, long_l
         assert reader.execute_script(measure) == [], (page, width)
 
 
+def test_a_long_name_leaves_the_buttons_of_its_list_their_room(browser, site, either):
+    either.make_tables((NAME, "north", "n" * 150))
+    visit(browser, site, "rights")
+    outside = """
+        return [...document.querySelectorAll(".fill")].filter(button => button.checkVisibility()).filter(button => {
+            const {left, right} = button.getBoundingClientRect(), cell = button.closest("th, td").getBoundingClientRect();
+            return button.scrollWidth > button.clientWidth || left < cell.left || right > cell.right + 1;
+        }).map(button => button.outerHTML)"""
+    for width in (768, 1280):
+        resize(browser, width)
+        assert browser.execute_script(outside) == [], width
+
+
 def test_the_menu_marks_the_page_that_is_shown_by_a_bar(reader, site):
     barred = {}
     for page in pages(reader, site):
