@@ -71,7 +71,7 @@ function reports_page(page) {
         element("p", {class: "how_to"}, "Gather reads what each listed user holds, one after the other, and shows it " +
             "together; nothing is changed. Press the name of a table or a user to see it alone."),
         element("p", {}, "What everybody holds is shown under public only. What a user may do in another way, as the " +
-            "administrator, as a table's owner or through a role, is not shown."),
+            "administrator or through a role, is not shown."),
         view.steps, view.state, view.tools, view.body);
     page.form.after(view.section);
     report_view = view;
