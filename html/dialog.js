@@ -43,16 +43,16 @@ function ask({title, text, items, go, cancel, danger, extra}) {
 // Gives its element.
 function notice(kind, title, items) {
     const close = () => {
-        shown.remove();
+        message.remove();
         document.querySelector("main").focus({preventScroll: true});
     };
-    const shown = element("div", {class: `notice ${kind}`, role: kind === "bad" ? "alert" : "status"},
+    const message = element("div", {class: `notice ${kind}`, role: kind === "bad" ? "alert" : "status"},
         element("p", {}, title), item_list(items),
         element("button", {type: "button", class: "close", "aria-label": "Close this message", onclick: close}, "×"));
-    document.getElementById("notices").append(shown);
+    document.getElementById("notices").append(message);
     // What is longer than the screen is read from its beginning.
-    shown.scrollIntoView({block: "nearest"});
-    return shown;
+    message.scrollIntoView({block: "nearest"});
+    return message;
 }
 
 function clear_notices() {

@@ -28,9 +28,13 @@ function set_value(control, value) {
         control.value = value;
 }
 
-// Whether the control differs from what the page came with.
+// What the page came with.
+function default_of(control) {
+    return control.type === "checkbox" ? control.defaultChecked : control.defaultValue;
+}
+
 function changed(control) {
-    return value_of(control) !== (control.type === "checkbox" ? control.defaultChecked : control.defaultValue);
+    return value_of(control) !== default_of(control);
 }
 
 function changed_controls() {
@@ -62,8 +66,7 @@ function undo() {
 
 // Takes back all that was changed, as one step.
 function undo_all() {
-    change(changed_controls().map(control =>
-        [control, control.type === "checkbox" ? control.defaultChecked : control.defaultValue]));
+    change(changed_controls().map(control => [control, default_of(control)]));
 }
 
 function mark(controls) {

@@ -20,6 +20,30 @@ function counted(count, noun) {
     return `${count.toLocaleString("en")} ${noun}${count === 1 ? "" : "s"}`;
 }
 
+// "3 of 10,000 tables", or "10,000 tables" for all of them.
+function counted_part(part, all, noun) {
+    return part === all ? counted(all, noun) : `${part.toLocaleString("en")} of ${counted(all, noun)}`;
+}
+
+// What is looked for: lower-case words, all of which have to be found.
+function filter_words(text) {
+    return text.toLowerCase().split(/\s+/).filter(Boolean);
+}
+
+const name_order = new Intl.Collator(undefined, {numeric: true});
+
+// A press on the title of a column: up, down, and the third time as the server wrote it (`column` -1).
+function turn_sort(view, column) {
+    const again = column === view.column;
+    view.column = again && view.down ? -1 : column;
+    view.down = again && !view.down;
+}
+
+// For a title's aria-sort.
+function sort_state(view, column) {
+    return column !== view.column ? "none" : view.down ? "descending" : "ascending";
+}
+
 // Puts the text on the clipboard; gives a promise of whether that worked. Pages that come over plain http from another
 // host have no navigator.clipboard.
 async function copy_text(text) {

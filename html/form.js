@@ -37,14 +37,17 @@ function name_problem(name) {
     return "";
 }
 
-// The fields that show the page `name` ("users", "rights", "reports") and change nothing. `user` is the one whose rights
-// the rights page is to show; without it the server takes the first one. The data source is that of what `page` shows,
-// which need not be the one that is chosen in its list by now.
-function view_fields(page, name, user, datasource = page.datasource) {
-    const fields = [["datasource", datasource], ["last_datasource", datasource]];
-    if (user)
-        fields.push(["isamuser", user]);
-    return [...fields, [`${name}_refresh`, ""], ["form_end", "1"]];
+// The fields that go to the page `name` ("users", "rights", "reports"), with those that change something in it. `user` is
+// the one whose rights the rights page is to show; without it the server takes the first one. The data source is that of
+// what `page` shows, which need not be the one that is chosen in its list by now.
+function page_fields(page, name, user, changes, datasource = page.datasource) {
+    return [["datasource", datasource], ["last_datasource", datasource], ...user ? [["isamuser", user]] : [],
+        [`${name}_refresh`, ""], ...changes, ["form_end", "1"]];
+}
+
+// Those that only show the page.
+function view_fields(page, name, user, datasource) {
+    return page_fields(page, name, user, [], datasource);
 }
 
 // What the list of data sources says now, which need not be what the page shows.

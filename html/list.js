@@ -16,11 +16,12 @@ const kept_views = {};
 //   noun     "table", "user"
 //   filters  [{label, test(record)}]
 //   place    the element before which the tools are put
+//   dress    called with a record before its row is drawn, each time
 // Gives {table, records, tools, shown(), redraw(), show_state(), draw_all()}; shown() are the records that match now, in the
 // order of the screen.
-function make_list({table, records, columns, noun, filters = [], place}) {
+function make_list({table, records, columns, noun, filters = [], place, dress = () => {}}) {
     const view = kept_views[noun] ??= {text: "", filters: new Set(), column: -1, down: false};
-    const list = {table, records, columns, noun, view, matching: [], drawn: 0};
+    const list = {table, records, columns, noun, dress, view, matching: [], drawn: 0};
     list.editable = records.some(record => record.controls?.length);
     list.filters = list.editable ? [...filters, {label: "Only changed", test: record => record.controls.some(changed)}] : filters;
     list.shown = () => list.matching;
@@ -80,22 +81,15 @@ function look_for(list, text) {
     redraw(list);
 }
 
-// Up, down, and the third time as the server wrote it.
 function sort_by(list, at) {
-    const {view} = list;
-    if (view.column !== at)
-        Object.assign(view, {column: at, down: false});
-    else if (!view.down)
-        view.down = true;
-    else
-        view.column = -1;
+    turn_sort(list.view, at);
     redraw(list);
 }
 
 // Draws the list anew: after a change of what is looked for, or of the records.
 function redraw(list) {
     const {view} = list;
-    const words = view.text.toLowerCase().split(/\s+/).filter(Boolean);
+    const words = filter_words(view.text);
     const tests = list.filters.filter(filter => view.filters.has(filter.label)).map(filter => filter.test);
     list.matching = list.records.filter(record =>
         words.every(word => record.text.includes(word)) && tests.every(test => test(record)));
@@ -104,27 +98,32 @@ function redraw(list) {
     show_state(list);
 }
 
-const collator = new Intl.Collator(undefined, {numeric: true});
-
 function sort_records({matching, columns, view, titles}) {
     for (const [at, title] of [...titles.cells].entries())
-        title.setAttribute("aria-sort", at !== view.column ? "none" : view.down ? "descending" : "ascending");
+        title.setAttribute("aria-sort", sort_state(view, at));
     const key = columns[view.column]?.key;
     if (!key)
         return;
     const keyed = matching.map(record => [key(record), record]);
     const sign = view.down ? -1 : 1;
-    keyed.sort(([a], [b]) => sign * (typeof a === "number" ? a - b : collator.compare(a, b)));
+    keyed.sort(([a], [b]) => sign * (typeof a === "number" ? a - b : name_order.compare(a, b)));
     matching.splice(0, matching.length, ...keyed.map(([, record]) => record));
 }
 
 function draw_rows(list, count) {
-    list.drawn = Math.min(count, list.matching.length);
-    list.body.replaceChildren(...list.matching.slice(0, list.drawn).map(record => record.row));
+    list.drawn = 0;
+    list.body.replaceChildren(...next_rows(list, count));
     if (!list.drawn)
         list.body.append(element("tr", {class: "none"}, element("td", {colspan: String(list.columns.length)},
             list.records.length ? `No ${list.noun} matches.` : `There are no ${list.noun}s.`)));
     show_more_row(list);
+}
+
+function next_rows(list, count) {
+    const next = list.matching.slice(list.drawn, list.drawn + count);
+    next.forEach(list.dress);
+    list.drawn += next.length;
+    return next.map(record => record.row);
 }
 
 function show_more_row(list) {
@@ -146,16 +145,12 @@ function more_row(list) {
 }
 
 function draw_more(list) {
-    const next = list.matching.slice(list.drawn, list.drawn + rows_drawn);
-    list.drawn += next.length;
-    list.more.before(...next.map(record => record.row));
+    list.more.before(...next_rows(list, rows_drawn));
     show_more_row(list);
 }
 
 function show_state(list) {
-    const count = list.matching.length === list.records.length
-        ? counted(list.records.length, list.noun)
-        : `${list.matching.length.toLocaleString("en")} of ${counted(list.records.length, list.noun)}`;
+    const count = counted_part(list.matching.length, list.records.length, list.noun);
     const edits = list.editable ? changed_controls().length : 0;
     list.count.textContent = edits ? `${count}, ${counted(edits, "change")} not submitted` : count;
     if (list.editable) {

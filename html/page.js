@@ -19,7 +19,7 @@ const scripts_run = new Set();
 const page_files = {
     users: ["list.css", "list.js", "submit.js"],
     rights: ["list.css", "list.js", "rights_text.js", "submit.js"],
-    reports: ["list.css", "rights_text.js", "reports.js"],
+    reports: ["list.css", "reports.css", "rights_text.js", "reports.js"],
 };
 
 const files_run = new Set();
@@ -96,12 +96,12 @@ function show(page) {
     watch_records([], () => {});
     page.script = window[`${page.name}_page`]?.(page) ?? {};
     watch_records(page.script.records ?? [], edited);
-    if (page.main !== main)
+    if (page.main !== main) {
         keep_menu(main, page.main);
-    describe(page);
-    if (page.main !== main)
         main.replaceChildren(...page.main.childNodes);
+    }
     page.main = main;
+    describe(page);
     add_notices(main);
     shown = page;
     document.title = title_of(page);
@@ -122,17 +122,12 @@ function keep_menu(from, to) {
 // The scripts of a page that came as an answer have to be run, each of them once.
 function run_scripts(main, have_run) {
     for (const script of main.querySelectorAll("script")) {
-        if (!have_run)
-            run_script(script.textContent);
-        scripts_run.add(script.textContent.trim());
+        const text = script.textContent;
+        if (!have_run && !scripts_run.has(text))
+            document.head.append(element("script", {}, text));
+        scripts_run.add(text);
         script.remove();
     }
-}
-
-function run_script(text) {
-    if (!scripts_run.has(text.trim()))
-        document.head.append(element("script", {}, text));
-    scripts_run.add(text.trim());
 }
 
 // A file comes with an error status, under which a browser runs no script by its address; it can be read nevertheless.
@@ -141,10 +136,7 @@ async function run_files(page) {
         if (files_run.has(file))
             continue;
         const text = await (await fetch(`${location.origin}/${file}`)).text();
-        if (file.endsWith(".css"))
-            document.head.append(element("style", {}, text));
-        else
-            run_script(text);
+        document.head.append(element(file.endsWith(".css") ? "style" : "script", {}, text));
         files_run.add(file);
     }
 }
@@ -334,6 +326,6 @@ function explained(answer) {
 // Nothing has been changed, neither on the page nor in the database.
 function view_failed(answer, fields) {
     const datasource = fields.find(([name]) => name === "datasource")?.[1];
-    const page = fields.map(([name]) => /^(users|rights|reports)_refresh$/.exec(name)?.[1]).find(Boolean);
+    const page = page_names.find(name => fields.some(([field]) => field === `${name}_refresh`));
     notice("bad", explained(answer), [`Data source: ${datasource || "none"}`, `Page: ${page}`]);
 }

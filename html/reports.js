@@ -11,7 +11,6 @@ const report_sizes = {
     choices: 200,
     csv_lines: 1000000,
 };
-const report_order = new Intl.Collator(undefined, {numeric: true});
 
 // What was gathered last; it stays while other pages are shown. users are the names to read, public first; masks has for
 // each of them that has been read one byte for each table, bit 0 for select to bit 3 for delete. begun and ended are the
@@ -24,31 +23,7 @@ let report_view = null;
 
 addEventListener("beforeprint", () => print_report(true));
 addEventListener("afterprint", () => print_report(false));
-document.head.append(element("style", {}, `
-.report .axis { display: flex; flex-wrap: wrap; gap: 0.5rem 0.8rem; }
-.report .pager { margin: 0; }
-.report > p { max-width: 60rem; margin: 0.5rem 0; }
-.report select { width: min(22rem, 90vw); }
-.matrix caption { padding: 0.3rem 0.7rem; text-align: left; }
-.matrix :is(th, td) {
-  max-width: min(20rem, 40vw); border-inline-end: 1px solid var(--line); white-space: pre-wrap; overflow-wrap: break-word;
-}
-.matrix thead th { vertical-align: bottom; }
-.matrix .sort { min-height: 1.5rem; line-height: 1; }
-.matrix .held { text-align: center; white-space: nowrap; }
-.matrix .upright > * { max-height: 14rem; writing-mode: vertical-rl; rotate: 180deg; overflow: hidden; }
-.matrix button:not(.sort) {
-  min-height: 1.5rem; min-width: 1.5rem; padding: 0; border: 0; font-weight: inherit; text-align: start; color: inherit;
-  background: none; text-decoration: underline; white-space: inherit; overflow-wrap: inherit;
-}
-.spoken { position: absolute; width: 1px; height: 1px; overflow: hidden; clip-path: inset(50%); white-space: nowrap; }
-@media print {
-  .report > :is(.actions, .how_to) { display: none; }
-  .matrix { margin-bottom: 2rem; font-size: 0.8rem; }
-  .matrix :is(th, td) { position: static; max-width: 7rem; padding: 0.2rem 0.3rem; }
-  .matrix .upright > * { display: block; max-height: 20rem; font-weight: 400; }
-}
-`));
+
 
 function reports_page(page) {
     report_view?.stop.abort();
@@ -171,21 +146,22 @@ async function gather_user(report, signal) {
 }
 
 function masks_of(report, tables) {
-    const places = tables.map(({catalog, schema, table}) => place_of(report, [catalog, schema, table]));
+    const places = tables.map(table => place_of(report, table));
     const masks = new Uint8Array(report.tables.length);
     tables.forEach((table, i) => table.held.forEach((held, bit) => masks[places[i]] |= held << bit));
     return masks;
 }
 
 // A table that has come since the first user was read is put behind the others.
-function place_of(report, names) {
-    const key = JSON.stringify(names);
-    if (!report.places.has(key)) {
+function place_of(report, named) {
+    const id = table_id(named);
+    if (!report.places.has(id)) {
+        const names = [named.catalog, named.schema, named.table];
         const label = names.filter(Boolean).join(".");
-        report.places.set(key, report.tables.length);
+        report.places.set(id, report.tables.length);
         report.tables.push({names, label, text: label.toLowerCase()});
     }
-    return report.places.get(key);
+    return report.places.get(id);
 }
 
 // Replaces the buttons; a focus among them stays there.
@@ -216,18 +192,15 @@ function state_texts(left) {
     const [from, to] = [gathered.begun, gathered.ended].map(date =>
         date.toLocaleString("en-GB", {dateStyle: "long", timeStyle: "short"}));
     return [
-        left ? element("strong", {}, `Incomplete: ${part_text(left, users.length, "user")} not read yet. `) : "",
+        left ? element("strong", {}, `Incomplete: ${counted_part(left, users.length, "user")} not read yet. `) : "",
         `Data source ${datasource}, read ${from === to ? `on ${to}` : `from ${from} to ${to}`}.`,
         unread.length ? ` Not read, because the pages cannot ask for such a name: ${unread.join(", ")}.` : "",
         unshown ? ` Without ${counted(unshown, "table")} whose names are too long for the pages.` : "",
     ];
 }
 
-// Up, down, and the third time as the rights page lists them.
 function sort_report(view, column) {
-    const again = column === view.column;
-    view.column = again && view.down ? -1 : column;
-    view.down = again && !view.down;
+    turn_sort(view, column);
     order_tables(view);
     draw_from_start(view);
     view.body.querySelectorAll("thead button")[column].focus();
@@ -237,7 +210,7 @@ function order_tables(view) {
     const name = table => gathered.tables[table].names[view.column];
     view.order = [...gathered.tables.keys()];
     if (view.column >= 0)
-        view.order.sort((a, b) => (view.down ? -1 : 1) * report_order.compare(name(a), name(b)));
+        view.order.sort((a, b) => (view.down ? -1 : 1) * name_order.compare(name(a), name(b)));
 }
 
 function draw_from_start(view) {
@@ -290,18 +263,14 @@ function report_matches(view) {
 }
 
 function matching_tables(view) {
-    const words = words_of(view.tables.filter);
+    const words = filter_words(view.tables.filter.value);
     return view.order.filter(table => words.every(word => gathered.tables[table].text.includes(word)));
 }
 
 function matching_users(view) {
-    const words = words_of(view.users.filter);
+    const words = filter_words(view.users.filter.value);
     return [...gathered.masks.keys()].filter(user =>
         words.every(word => gathered.users[user].toLowerCase().includes(word)));
-}
-
-function words_of(field) {
-    return field.value.toLowerCase().split(/\s+/).filter(Boolean);
 }
 
 // In print everything that matches is drawn, within reason.
@@ -313,8 +282,8 @@ function draw_report(view, printing = false) {
         tables: drawn_part(view.tables, matches.tables, sizes.tables, printing),
         users: drawn_part(view.users, matches.users, view.table < 0 ? sizes.users : sizes.list, printing),
     };
-    view.count.textContent = [view.table < 0 && part_text(matches.tables.length, gathered.tables.length, "table"),
-        view.user < 0 && part_text(matches.users.length, gathered.masks.length, "user")].filter(Boolean).join(", ");
+    view.count.textContent = [view.table < 0 && counted_part(matches.tables.length, gathered.tables.length, "table"),
+        view.user < 0 && counted_part(matches.users.length, gathered.masks.length, "user")].filter(Boolean).join(", ");
     list_choices(view);
     const is_part = view.table >= 0 || view.user >= 0;
     view.body.replaceChildren(element("h3", {tabindex: "-1"}, report_title(view)),
@@ -335,10 +304,6 @@ function drawn_part(axis, matches, size, printing) {
     axis.back.disabled = !axis.first;
     axis.on.disabled = last === matches.length;
     return matches.slice(axis.first, last);
-}
-
-function part_text(part, all, noun) {
-    return part === all ? counted(all, noun) : `${part.toLocaleString("en")} of ${counted(all, noun)}`;
 }
 
 function list_choices(view) {
@@ -375,14 +340,14 @@ function report_title(view) {
 function report_remarks(view, matches, drawn, printing) {
     const remarks = ["public stands for everybody."];
     for (const axis of [view.tables, view.users]) {
-        const [nouns, words] = [`${axis.noun}s`, words_of(axis.filter)];
+        const [nouns, words] = [`${axis.noun}s`, filter_words(axis.filter.value)];
         const is_chosen = view[axis.noun] >= 0;
         if (!is_chosen && words.length)
             remarks.push(`Only ${nouns} that match “${words.join(" ")}”.`);
         if (!is_chosen && axis.only.checked)
             remarks.push(`Only ${nouns} with a privilege.`);
         if (printing && drawn[nouns].length < matches[nouns].length)
-            remarks.push(`Only the first ${part_text(drawn[nouns].length, matches[nouns].length, axis.noun)}.`);
+            remarks.push(`Only the first ${counted_part(drawn[nouns].length, matches[nouns].length, axis.noun)}.`);
         if (!matches[nouns].length)
             remarks.push(`There are no such ${nouns}.`);
     }
@@ -437,7 +402,7 @@ function yes_or_empty(mask) {
 
 function name_titles(view) {
     return ["Catalog", "Schema", "Table"].map((title, column) => element("th", {scope: "col",
-        "aria-sort": column !== view.column ? "none" : view.down ? "descending" : "ascending"},
+        "aria-sort": sort_state(view, column)},
         view.printing ? title : report_button(title, () => sort_report(view, column), "sort")));
 }
 

@@ -27,12 +27,9 @@ function make_rights_list(view, table) {
     make_paragraph(view.page.form.querySelector(":scope > strong"));
     // Behind the list they stay in sight at the window's end, as those of the users page.
     place.after(view.page.form.querySelector("[name=submit_selection]").closest("form > table"));
-    const list = view.list = make_list({table, records: view.records, columns, noun: "table", filters, place});
+    const list = view.list = make_list({table, records: view.records, columns, noun: "table", filters, place,
+        dress: dress_row});
     const by_row = new Map(view.records.map(record => [record.row, record]));
-    const dress = rows => rows.forEach(row => by_row.has(row) && dress_row(by_row.get(row)));
-    dress([...list.body.rows]);
-    const observer = new MutationObserver(drawn => drawn.forEach(({addedNodes}) => dress(addedNodes)));
-    observer.observe(list.body, {childList: true});
     privileges.forEach((privilege, p) => add_head_buttons(list.titles.cells[5 + p], privilege));
     table.addEventListener("click", ({target}) => {
         const button = target.closest("button.fill");
@@ -57,11 +54,6 @@ function make_paragraph(user) {
 function cell_value(cell) {
     const text = cell.textContent.slice(1);
     return text === "\u00a0" ? "" : text;
-}
-
-// Tells tables apart, which their dotted names do not: there is a."b.c" and "a.b".c.
-function table_id({catalog, schema, table}) {
-    return [catalog, schema, table].join("\0");
 }
 
 // One record for each table. Where several have granted on it, it comes in as many rows, whose boxes are one to the
@@ -182,11 +174,6 @@ function choice_problem(page) {
         "Press Refresh to go on.";
 }
 
-function rights_fields({datasource}, user, names) {
-    return [["datasource", datasource], ["last_datasource", datasource], ["isamuser", user],
-        ...["rights_refresh", ...names].map(name => [name, ""]), ["form_end", "1"]];
-}
-
 // The server grants what has its box in the form and revokes the rest. Tables that share boxes get one if all of them
 // hold the privilege, so that nothing is granted that nobody asked for.
 function is_posted(record, p) {
@@ -225,7 +212,7 @@ function selection_submission(view) {
     if (!asked.length)
         return {refusal: {title: "Nothing has been changed", text: "All boxes are as they were, so nothing was sent."}};
     const names = records.flatMap(record => record.boxes.filter((_, p) => is_posted(record, p)).map(box => box.name));
-    const fields = rights_fields(page, user, [...new Set(names), "submit_selection"]);
+    const fields = page_fields(page, "rights", user, [...new Set(names), "submit_selection"].map(name => [name, ""]));
     const length = encoded_length(encoded_form(fields));
     if (length > form_limit)
         return {refusal: selection_too_long(length, asked, user)};
@@ -285,7 +272,7 @@ function all_submission(view, button) {
     const changing = differing(records).length.toLocaleString("en");
     const unsaved = asked_of(pending_changes(view)).length;
     return {
-        fields: rights_fields(page, user, [button]),
+        fields: page_fields(page, "rights", user, [[button, ""]]),
         question: {
             title: `${name} for ${user}?`,
             text: `${name} ${deed} on every table of ${page.datasource}, whatever is ticked or filtered: ` +
@@ -347,7 +334,7 @@ function show_sql(view) {
 
 // Gives a promise of {held}, from table_id to what the user holds, or of {problem}.
 async function read_user(page, user) {
-    const {text, problem} = await request_page(rights_fields(page, user, []));
+    const {text, problem} = await request_page(view_fields(page, "rights", user));
     return problem ? {problem: `The rights of ${user} could not be read. ${problem}`}
         : {held: new Map(read_rights(text).tables.map(table => [table_id(table), table.held]))};
 }

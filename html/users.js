@@ -296,9 +296,7 @@ function users_submission(view) {
 }
 
 function form_of(view, edits) {
-    const shown_again = view_fields(view.page, "users");
-    const end = shown_again.pop();
-    return [...shown_again, ...edits.flatMap(edit => edit.fields), ["submit_users", "Submit"], end];
+    return page_fields(view.page, "users", undefined, [...edits.flatMap(edit => edit.fields), ["submit_users", "Submit"]]);
 }
 
 // What is asked of one row: {record, user, fields, words, add, remove, description, password}. The words tell it to the

@@ -322,7 +322,8 @@ def test_the_answer_of_something_else_than_the_server_is_explained(browser, rela
 def test_what_fails_in_the_script_itself_is_told(browser, site):
     visit(browser, site, "users")
     # As a part of the page: for what is run past it the browser tells the page nothing.
-    browser.execute_script("run_script('shown.script.submission = () => { throw new Error(); }')")
+    failing = "shown.script.submission = () => { throw new Error(); }"
+    browser.execute_script("document.head.append(element('script', {}, arguments[0]))", failing)
     button(browser, "submit_users").click()
     (text,) = wait_until(browser, lambda: texts(browser, "bad"))
     assert "Load the page again" in text
