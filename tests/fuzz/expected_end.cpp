@@ -12,7 +12,8 @@ extern "C" [[noreturn]] void __wrap_abort();
 
 namespace {
 
-bool runs;
+// Of the thread that runs the body: libFuzzer has another one, which allocates when it likes.
+thread_local bool runs;
 jmp_buf way_back;
 std::unordered_set<const volatile void *> allocations;
 
