@@ -1,0 +1,86 @@
+"""Static files and the landing page."""
+
+from contextlib import contextmanager
+
+from cases import Case, Side
+from place import PROGRAMS, Floor, stopped
+
+from support.server import HTML_DIR, RunningServer
+from support.source import list_sources
+
+FILES = {"4 KB": 4 * 1024, "70 KB": 70 * 1024, "10 MB": 10 * 1024 * 1024}
+SOURCES = (1, 20, 500)
+
+# Requests that take some 30 milliseconds together.
+BLOCKS = {"4 KB": 200, "70 KB": 150, "10 MB": 10, 1: 100, 20: 20, 500: 1}
+
+# How much tabwarden sends at once: of a file what it has read at once, of a page what is more than this.
+FILE_PIECE, PAGE_PIECE = 32767, 16384
+
+# The least part of the bare loop's requests per second that is aimed at, and the least multiple of the peer's.
+LOOP_AIM, PEER_AIM = 0.9, 1.3
+
+
+def get(path):
+    return f"GET {path} HTTP/1.1\r\nHost: localhost\r\n\r\n".encode()
+
+
+def loop(program, folder, answer, piece, environment=None):
+    """A bare loop that sends what tabwarden has sent."""
+    path = folder / f"answer_of_{program}"
+    path.write_bytes(answer)
+    return Floor(PROGRAMS / program, "{port}", path, piece, environment=environment)
+
+
+def body_of(answer):
+    return answer.partition(b"\r\n\r\n")[2]
+
+
+@contextmanager
+def file_servers(folder, name, content):
+    """Tabwarden, the loops with its libraries and without any, the peer: all send this file."""
+    (HTML_DIR / name).write_bytes(content)
+    ours = RunningServer()
+    with stopped(ours):
+        answer = ours.get(f"/{name}")
+        same, static = (loop(program, folder, answer, FILE_PIECE) for program in ("answer_loop", "answer_loop_static"))
+        peer = Floor("busybox", "httpd", "-f", "-p", "127.0.0.1:{port}", "-h", HTML_DIR)
+        with stopped(same, static, peer):
+            yield ours, same, static, peer
+
+
+def file_cases(folder, size):
+    name = f"bench_{FILES[size]}.html"
+    request = get(f"/{name}")
+    content = b"".join(b"<p>line %08d</p>\n" % number for number in range(FILES[size] // 21 + 1))[: FILES[size]]
+    aimed = size == "4 KB"
+    with file_servers(folder, name, content) as (ours, same, static, peer):
+        tabwarden = Side("tabwarden", ours, request)
+        floors = [
+            Side("bare loop, same libraries", same, request, LOOP_AIM if aimed else None),
+            Side("bare loop, static", static, request),
+            Side("busybox httpd", peer, request, PEER_AIM if aimed else None),
+        ]
+        yield Case("static file", "", size, tabwarden, floors, block=BLOCKS[size])
+        yield Case("static file, 4 clients", "", size, tabwarden, floors[-1:], block=BLOCKS[size], clients=4)
+
+
+def landing_case(folder, count):
+    environment = list_sources([f"source_{number:03}" for number in range(count)], folder / f"sources_{count}")
+    ours = RunningServer(environment)
+    with stopped(ours):
+        walking = loop("walking_loop", folder, ours.get("/"), PAGE_PIECE, environment)
+        with stopped(walking):
+            tabwarden = Side("tabwarden", ours, get("/"))
+            floor = Side("bare loop, same libraries", walking, get("/"), LOOP_AIM if count == 1 else None)
+            yield Case("landing page", "listed", count, tabwarden, [floor], block=BLOCKS[count])
+
+
+def cases(wants, folder):
+    """Each with its servers, which end when the next one is asked for; `folder` is in memory."""
+    for size in FILES:
+        if wants("static file"):
+            yield from file_cases(folder, size)
+    for count in SOURCES:
+        if wants("landing page"):
+            yield from landing_case(folder, count)

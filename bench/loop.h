@@ -1,0 +1,6 @@
+// The least that a server with one process per connection does: what tabwarden adds to it is measured against it.
+
+// Serves connections on the port one after the other: a child process receives the request and calls answer(), which
+// sends what there is to send, the parent waits for its end. Without a request there is no answer. Comes back only when
+// the port cannot be served, with an exit status; the reason is on standard error then.
+int serve(const char *port, void (*answer)(int connection));

@@ -1,0 +1,5 @@
+#include "bench/walks.h"
+
+void walk_data_sources()
+{
+}
