@@ -31,3 +31,6 @@ class Case:
     unit: str = "requests/s"
     block: int = 1
     clients: int = 1
+    # It is measured for so long, and so often at least.
+    seconds: float = 10
+    least_turns: int = 5

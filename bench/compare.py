@@ -14,13 +14,13 @@ from contextlib import closing
 from dataclasses import dataclass
 
 import http_cases
+import odbc_cases
 from place import PROGRAMS, memory_folder
 
 from support.server import BUILD
 
-MODULES = (http_cases,)
-SECONDS = 10
-LEAST_TURNS, MOST_TURNS = 5, 60
+MODULES = (http_cases, odbc_cases)
+MOST_TURNS = 60
 # How much longer a row may take in a list of the greater size than in one of the lesser.
 SIZES, ROW_AIM = (1000, 10000), 1.15
 
@@ -68,8 +68,8 @@ def value(case, asked):
 def measure(case, folder):
     """The values of all sides, turn by turn. Every other turn goes backwards: no side always comes behind the same one."""
     asked, turns = prepare(case, folder), []
-    end = time.monotonic() + SECONDS
-    while len(turns) < LEAST_TURNS or (len(turns) < MOST_TURNS and time.monotonic() < end):
+    end = time.monotonic() + case.seconds
+    while len(turns) < case.least_turns or (len(turns) < MOST_TURNS and time.monotonic() < end):
         order = asked[:: -1 if len(turns) % 2 else 1]
         values = [value(case, one) for one in order]
         turns.append(values[:: -1 if len(turns) % 2 else 1])

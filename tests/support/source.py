@@ -16,8 +16,9 @@ ADMINISTRATOR = "admin"
 PASSWORD = "manager"
 
 
-def list_sources(names, folder=ODBC_DIR, other_drivers=()):
-    """Writes the driver manager's files; other_drivers adds (source, driver) pairs that are only listed.
+def list_sources(names, folder=ODBC_DIR, other_drivers=(), logged=True):
+    """Writes the driver manager's files; other_drivers adds (source, driver) pairs that are only listed, and
+    without `logged` there is no statement log.
 
     Gives the environment of a program that is to see exactly these data sources.
     """
@@ -25,12 +26,11 @@ def list_sources(names, folder=ODBC_DIR, other_drivers=()):
     drivers = ["NORDVALE_ISAM", *{driver for _, driver in other_drivers}]
     (folder / "odbcinst.ini").write_text("".join(f"[{name}]\nDriver={DRIVER}\n\n" for name in drivers))
     sources = [(name, "NORDVALE_ISAM") for name in names] + list(other_drivers)
-    (folder / "odbc.ini").write_text(
-        "".join(
-            f"[{name}]\nDriver={driver}\nDatabase={folder}/{name}.db\nStatementLog={folder}/{name}.log\n\n"
-            for name, driver in sources
-        )
-    )
+    text = ""
+    for name, driver in sources:
+        text += f"[{name}]\nDriver={driver}\nDatabase={folder}/{name}.db\n"
+        text += f"StatementLog={folder}/{name}.log\n\n" if logged else "\n"
+    (folder / "odbc.ini").write_text(text)
     return {"ODBCSYSINI": str(folder), "ODBCINI": "/dev/null"}
 
 
