@@ -6,7 +6,7 @@ from dataclasses import dataclass
 
 @dataclass
 class Side:
-    """A running server, which is anything that has a `.port`, and the bytes that it is asked."""
+    """A running server, which is anything that has a `.port` and a `.process`, and the bytes that it is asked."""
 
     name: str
     server: object

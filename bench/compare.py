@@ -5,12 +5,13 @@ of them. What counts is the ratio within a turn: the median of the ratios, and t
 """
 
 import json
+import os
 import platform
 import statistics
 import subprocess
 import sys
 import time
-from contextlib import closing
+from contextlib import closing, contextmanager
 from dataclasses import dataclass
 
 import http_cases
@@ -65,14 +66,26 @@ def value(case, asked):
     return 1000 * seconds / case.block if case.unit == "ms" else case.block / seconds
 
 
+@contextmanager
+def on_processors_of(case):
+    """One client, the server and its child take turns, so one processor is enough for them: where else the scheduler puts
+    them from one block to the next is a greater part of the time than what is measured."""
+    processes, all_processors = (0, *(side.server.process.pid for side in (case.ours, *case.floors))), os.sched_getaffinity(0)
+    for process in processes:
+        os.sched_setaffinity(process, {max(all_processors)} if case.clients == 1 else all_processors)
+    yield
+    for process in processes:
+        os.sched_setaffinity(process, all_processors)
+
+
 def measure(case, folder):
     """The values of all sides, turn by turn. Every other turn goes backwards: no side always comes behind the same one."""
     asked, turns = prepare(case, folder), []
     end = time.monotonic() + case.seconds
-    while len(turns) < case.least_turns or (len(turns) < MOST_TURNS and time.monotonic() < end):
-        order = asked[:: -1 if len(turns) % 2 else 1]
-        values = [value(case, one) for one in order]
-        turns.append(values[:: -1 if len(turns) % 2 else 1])
+    with on_processors_of(case):
+        while len(turns) < case.least_turns or (len(turns) < MOST_TURNS and time.monotonic() < end):
+            direction = -1 if len(turns) % 2 else 1
+            turns.append([value(case, one) for one in asked[::direction]][::direction])
     return turns
 
 
