@@ -7,15 +7,18 @@ of them. What counts is the ratio within a turn: the median of the ratios, and t
 import json
 import os
 import platform
+import signal
 import statistics
 import subprocess
 import sys
 import time
 from contextlib import closing, contextmanager
 from dataclasses import dataclass
+from pathlib import Path
 
 import http_cases
 import odbc_cases
+from cases import Side
 from place import PROGRAMS, memory_folder
 
 from support.server import BUILD
@@ -30,22 +33,23 @@ COLUMNS = ("case", "data source", "size", "unit", "tabwarden", "beside it", "its
 
 @dataclass
 class Asked:
-    """A side of a case, with its request in a file and the length of its answer."""
+    """A side of a case, with its request in a file and what it answers."""
 
-    side: object
-    path: object
-    length: int
+    side: Side
+    path: Path
+    answer: bytes
 
     def seconds(self, count, clients):
         """How long so many requests take, all of which have to be answered in full."""
         command = [PROGRAMS / "bench_client", str(self.side.server.port), self.path, str(count), str(clients)]
         printed = subprocess.run(command, stdout=subprocess.PIPE, text=True, check=True).stdout.split()
-        if int(printed[1]) != count * self.length:
-            sys.exit(f"bench: {self.side.name} sent {printed[1]} bytes in {count} answers instead of {self.length} in each")
+        if int(printed[1]) != count * len(self.answer):
+            sys.exit(f"bench: {self.side.name} sent {printed[1]} bytes in {count} answers, not {len(self.answer)} in each")
         return float(printed[0])
 
 
 def prepare(case, folder):
+    """Asks each side once."""
     asked = []
     for number, side in enumerate((case.ours, *case.floors)):
         path, answer = folder / f"request_{number}", folder / "answer"
@@ -55,7 +59,10 @@ def prepare(case, folder):
         subprocess.run(
             [PROGRAMS / "bench_client", str(side.server.port), path, "1", "1", answer], stdout=subprocess.DEVNULL, check=True
         )
-        asked.append(Asked(side, path, answer.stat().st_size))
+        asked.append(Asked(side, path, answer.read_bytes()))
+    # The floors of an ODBC case say only that they are done.
+    if case.unit == "requests/s" and len({one.answer.partition(b"\r\n\r\n")[2] for one in asked}) > 1:
+        sys.exit(f"bench: {case.name}: the sides send different bodies")
     return asked
 
 
@@ -130,7 +137,7 @@ def row_results(results):
 def machine():
     models = [line for line in open("/proc/cpuinfo") if line.startswith("model name")]
     model = models[0].partition(":")[2].strip() if models else platform.machine()
-    return f"{max(len(models), 1)} x {model}, Linux {platform.release()}"
+    return f"{os.cpu_count()} x {model}, Linux {platform.release()}"
 
 
 def written(column, value):
@@ -152,14 +159,15 @@ def table(columns, rows):
     return lines + ["| " + " | ".join(written(column, row[column]) for column in columns) + " |" for row in rows]
 
 
-def report(results):
+def report(results, load):
     rows = row_results(results)
-    lines = [machine(), "", *table(COLUMNS, results)]
+    lines = [f"{machine()}; load before: {load:.2f}", "", *table(COLUMNS, results)]
     if rows:
         lines += ["", f"Time per row with {SIZES[1]:,} rows, to that with {SIZES[0]:,}:", ""]
         lines += table(("case", "data source", "ratio", "aim", "met"), rows)
     (BUILD / "results.md").write_text("\n".join(lines) + "\n")
-    (BUILD / "results.json").write_text(json.dumps({"machine": machine(), "results": results, "rows": rows}, indent=1))
+    everything = {"machine": machine(), "load before": load, "results": results, "rows": rows}
+    (BUILD / "results.json").write_text(json.dumps(everything, indent=1))
 
 
 def measure_all(wants, folder):
@@ -175,12 +183,14 @@ def measure_all(wants, folder):
 
 
 def main():
-    words = sys.argv[1:]
+    words, load = sys.argv[1:], os.getloadavg()[0]
+    # The servers end with it.
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit("bench: stopped"))
     with memory_folder() as folder:
         results = measure_all(lambda name: not words or any(word in name for word in words), folder)
     if not results:
         sys.exit("bench: no case has such a name")
-    report(results)
+    report(results, load)
     print(f"bench: the tables stand in {BUILD}/results.md, every value in results.json")
 
 

@@ -11,8 +11,8 @@ from support.source import list_sources
 FILES = {"4 KB": 4 * 1024, "70 KB": 70 * 1024, "10 MB": 10 * 1024 * 1024}
 SOURCES = (1, 20, 500)
 
-# Requests that take some 30 milliseconds together.
-BLOCKS = {"4 KB": 200, "70 KB": 150, "10 MB": 10, 1: 100, 20: 20, 500: 1}
+# Requests that take some 50 milliseconds together, where several do.
+BLOCKS = {"4 KB": 100, "70 KB": 100, "10 MB": 10, 1: 50, 20: 20, 500: 1}
 
 # How much tabwarden sends at once: of a file what it has read at once, of a page what is more than this.
 FILE_PIECE, PAGE_PIECE = 32767, 16384
@@ -30,10 +30,6 @@ def loop(program, folder, answer, piece, environment=None):
     path = folder / f"answer_of_{program}"
     path.write_bytes(answer)
     return Floor(PROGRAMS / program, "{port}", path, piece, environment=environment)
-
-
-def body_of(answer):
-    return answer.partition(b"\r\n\r\n")[2]
 
 
 @contextmanager

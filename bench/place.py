@@ -25,7 +25,10 @@ def memory_folder():
         INSTALL_DIR.symlink_to(installation)
         install_html()
         write_product_ini()
-        yield Path(folder)
+        try:
+            yield Path(folder)
+        finally:
+            INSTALL_DIR.unlink()
 
 
 class Floor:
