@@ -75,9 +75,10 @@ def wait_until(condition):
 
 
 class RunningServer:
-    """The program on a port of its own. `environment` is added to the process environment."""
+    """The program on a port of its own. `environment` is added to the process environment; `wrapper` is a command that
+    runs another one."""
 
-    def __init__(self, environment=None, logging=False):
+    def __init__(self, environment=None, logging=False, wrapper=()):
         LOG_FILE.unlink(missing_ok=True)
         if logging:
             LOG_DIR.mkdir(parents=True, exist_ok=True)
@@ -86,7 +87,7 @@ class RunningServer:
         self.errors_before = ERRORS_FILE.stat().st_size
         self.port = free_port()
         self.process = subprocess.Popen(
-            [PROGRAM, "-p", str(self.port)],
+            [*wrapper, PROGRAM, "-p", str(self.port)],
             stdout=subprocess.PIPE,
             stderr=self.errors,
             env={**os.environ, **(environment or {})},
