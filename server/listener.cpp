@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/prctl.h>
@@ -63,7 +64,8 @@ void serve_connection(int listener)
     if (start_process() == 0) {
         close(listener);
         handle_request(connection);
-        exit(0);
+        // What exit() would run, the libraries' ends, is the parent's; here it only costs. The log is flushed line by line.
+        _exit(0);
     }
     close(connection);
 }
@@ -92,6 +94,8 @@ int http_start(const char *port)
         return fail("Failed to listen\n");
     // A client that has gone away is a failed send, not the end of the process.
     signal(SIGPIPE, SIG_IGN);
+    // gmtime() reads the time zone's file at its first call, which would be in every child.
+    tzset();
     for (;;)
         serve_connection(listener);
 }
