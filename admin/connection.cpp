@@ -79,7 +79,7 @@ int connect(PageContext &context, PageBuffer &message)
 {
     // ODBC has no way to enclose a data source name.
     if (strpbrk(datasource, ";{}")) {
-        copy_text(message, "Data source name cannot contain ; { or }.\n");
+        set_page(message, "Data source name cannot contain ; { or }.\n");
         return -1;
     }
     SQLAllocHandle(SQL_HANDLE_ENV, nullptr, &context.env);
@@ -122,7 +122,7 @@ int uri_connect(PageContext &context, PageBuffer &message, int report)
 {
     if (datasource[0] && !context.dbc)
         if (int result = connect(context, message); result < 0)
-            return report ? return_error(context, message) : result;
+            return report ? return_error(context, message.text) : result;
     read_administrator(context);
     free_statement(context.stmt);
     if (!succeeded(SQLAllocHandle(SQL_HANDLE_STMT, context.dbc, &context.stmt)))

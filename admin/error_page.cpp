@@ -48,17 +48,18 @@ int report_failure(PageContext &context, PageBuffer &message, const char *call, 
                    SQLHANDLE handle)
 {
     describe_failure(message, call, handle_type, handle);
-    return return_error(context, message);
+    return return_error(context, message.text);
 }
 
 int add_html_error(const char *message, PageBuffer &out, int *length)
 {
-    TextWriter page{out};
+    TextWriter page{out.text};
     put(page, "<HTML><HEAD>\r\n<TITLE>Error</TITLE>\r\n</HEAD>");
     put(page, "<BODY bgcolor=\"white\">\r\n<H1>");
     put(page, "Error</H1>\r\n");
     put_error_paragraph(page, message);
     put_address(page);
+    out.length = page.length;
     *length = int(page.length);
     return *length;
 }

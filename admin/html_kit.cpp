@@ -4,6 +4,12 @@
 
 void output_option(int socket, PageBuffer &page, bool selected, const ColumnText &name)
 {
-    http_printf(socket, page, "<option%s value=\"%s\">%s</option>\n", selected ? " selected" : "",
-                html_attribute(name).text, html_text(name).text);
+    char option[2 * html_growth * column_size + 64];
+    TextWriter row{option};
+    put(row, selected ? "<option selected value=\"" : "<option value=\"");
+    put_attribute(row, name);
+    put(row, "\">");
+    put_html(row, name);
+    put(row, "</option>\n");
+    append_row(socket, page, row);
 }

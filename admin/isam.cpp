@@ -56,7 +56,7 @@ void output_refresh_field(const PageContext &context, PageBuffer &page)
 
 int begin_page(PageContext &context, PageBuffer &page)
 {
-    page[0] = 0;
+    set_page(page, "");
     if (int result = append_template(context, page, "header.html"); result < 0)
         return result;
     http_printf(context.request->socket, page, "<form method=POST action=/isam.cgi>");
@@ -78,8 +78,8 @@ int end_page(PageContext &context, PageBuffer &page, int *length)
     http_printf(context.request->socket, page, "</form>");
     int result = append_template(context, page, "footer.html");
     if (result == 0)
-        *length = int(strlen(page));
-    uri_disconnect(context, page);
+        *length = int(page.length);
+    uri_disconnect(context, page.text);
     return result;
 }
 
@@ -149,7 +149,7 @@ int uri_isam(const UriEntry *, RequestRecord *request, PageBuffer &page, int *le
 {
     PageContext context = {};
     context.form_fields = form_fields;
-    uri_setup(context, page, request);
+    uri_setup(context, page.text, request);
     if (int result = begin_page(context, page); result < 0)
         return result;
     const char *chooser = form_fields ? "datasource" : "initial_datasource";
@@ -163,7 +163,7 @@ int uri_isam(const UriEntry *, RequestRecord *request, PageBuffer &page, int *le
     if (int result = connect_page(context, page); result < 0)
         return result;
     if (int result = output_connected_page(context, page); result < 0) {
-        uri_disconnect(context, page);
+        uri_disconnect(context, page.text);
         return result;
     }
     return end_page(context, page, length);
@@ -172,29 +172,29 @@ int uri_isam(const UriEntry *, RequestRecord *request, PageBuffer &page, int *le
 int validate_user(const char *user, const char *password, PageBuffer &message, RequestRecord *request,
                   FormField *form_fields)
 {
-    message[0] = 0;
+    set_page(message, "");
     // The other way round than in the chooser, on purpose: the log-in is for the data source of the landing page.
     const char *source = getvalue(form_fields, "initial_datasource");
     if (!source)
         source = getvalue(form_fields, "datasource");
     if (!source) {
-        copy_text(message, "No datasource specified.\n");
+        set_page(message, "No datasource specified.\n");
         return -1;
     }
     PageContext context = {};
-    uri_setup(context, message, request);
+    uri_setup(context, message.text, request);
     if (!copy_text(logonuser, user) || !copy_text(logonauth, password) || !copy_text(datasource, source))
         return refuse(context, "User name, password or data source name is too long.\n");
     // Without a data source name uri_connect has sent its page already and a second one follows: kept, as nothing but an
     // emptied chooser leads here.
     if (uri_connect(context, message, 0) < 0)
-        return strstr(message, "Invalid user and or password specified") ? -1 : refuse(context, message);
+        return strstr(message.text, "Invalid user and or password specified") ? -1 : refuse(context, message.text);
     // An administrator that could not be read is nobody, an empty user name least of all. The connection of a refused
     // user is left to the end of the process.
     if (!context.dbo_user[0] || strcasecmp(context.dbo_user, user) != 0)
         return -1;
     copy_text(accepted_administrator, context.dbo_user);
-    uri_disconnect(context, message);
+    uri_disconnect(context, message.text);
     return 0;
 }
 

@@ -33,7 +33,12 @@ DiagnosticText diagnostic_text(SQLSMALLINT handle_type, SQLHANDLE handle)
 
 void describe_failure(PageBuffer &message, const char *call, SQLSMALLINT handle_type, SQLHANDLE handle)
 {
-    format_text(message, "%s failed with %s\n", call, html_text(diagnostic_text(handle_type, handle).text).text);
+    TextWriter writer{message.text};
+    put(writer, call);
+    put(writer, " failed with ");
+    put_html(writer, diagnostic_text(handle_type, handle).text);
+    put(writer, "\n");
+    message.length = writer.length;
 }
 
 bool execute(SQLHSTMT statement, const char *sql)

@@ -24,6 +24,10 @@ constexpr int first_name_column = 1, last_name_column = 3;
 constexpr int grantor_column = 4, grantee_column = 5;
 constexpr int first_privilege_column = 6;
 
+// Five cells with a column's text, four with a row key, and what stands around them.
+constexpr size_t row_size = html_growth * (5 * column_size + 4 * sizeof(RowKey)) + 2048;
+static_assert(row_size <= page_size, "a row goes into the page in one piece");
+
 // The user that the buttons would act for could not be read: they act for nobody then, not even by name.
 bool is_first_user_unread;
 
@@ -117,67 +121,89 @@ void output_list_header(int socket, PageBuffer &page)
     http_printf(socket, page, "</tr>\n");
 }
 
-void output_cell(int socket, PageBuffer &page, const char *value)
+void put_cell(TextWriter &row, const char *value, const char *if_empty)
 {
-    http_printf(socket, page, "%s%s%s", DETAIL_TDBEGIN, value, DETAIL_TDEND);
+    put(row, DETAIL_TDBEGIN);
+    if (*value)
+        put_html(row, value);
+    else
+        put(row, if_empty);
+    put(row, DETAIL_TDEND);
 }
 
 // False when a part of the name is not whole.
-bool output_names(PageContext &context, PageBuffer &page, TableName &name)
+bool put_names(TextWriter &row, SQLHSTMT statement, TableName &name)
 {
     bool whole = true;
     ColumnText *const columns[] = {&name.catalog, &name.schema, &name.table};
     for (int column = first_name_column; column <= last_name_column; column++) {
         ColumnText &text = *columns[column - first_name_column];
-        whole = read_shown_column(context.stmt, column, text) && whole;
-        output_cell(context.request->socket, page, text[0] ? html_text(text).text : "&nbsp;");
+        whole = read_shown_column(statement, column, text) && whole;
+        put_cell(row, text, "&nbsp;");
     }
     return whole;
 }
 
 // Both come with the select privilege alone, so an empty one says something and stays empty, unlike an empty name.
-void output_grantor_and_grantee(PageContext &context, PageBuffer &page)
+void put_grantor_and_grantee(TextWriter &row, SQLHSTMT statement)
 {
     for (int column : {grantor_column, grantee_column}) {
         ColumnText text;
-        read_shown_column(context.stmt, column, text);
-        output_cell(context.request->socket, page, html_text(text).text);
+        read_shown_column(statement, column, text);
+        put_cell(row, text, "");
     }
 }
 
-void output_checkboxes(PageContext &context, PageBuffer &page, const RowKey &key)
+void put_checkbox(TextWriter &row, const RowKey &key, const char *privilege, bool held)
 {
+    put(row, DETAIL_TDBEGIN_CENTER);
+    put(row, "<input type=checkbox name=\"");
+    put_attribute(row, key);
+    put(row, '_');
+    put(row, privilege);
+    // Unquoted, so that browsers read "ON checked" as a value and the attribute that ticks the box.
+    put(row, held ? "\" value=ON checked></input>" : "\" value=OFF></input>");
+    put(row, DETAIL_TDEND);
+    put(row, '\n');
+}
+
+void put_checkboxes(TextWriter &row, SQLHSTMT statement, const TableName &name)
+{
+    RowKey key;
+    build_row_key(name, key);
     int column = first_privilege_column;
     for (const char *privilege : privileges) {
-        ColumnText held;
-        read_shown_column(context.stmt, column++, held);
-        // Unquoted, so that browsers read "ON checked" as a value and the attribute that ticks the box.
-        http_printf(context.request->socket, page, "%s<input type=checkbox name=\"%s_%s\" value=%s></input>%s\n",
-                    DETAIL_TDBEGIN_CENTER, html_attribute(key).text, privilege, held[0] ? "ON checked" : "OFF",
-                    DETAIL_TDEND);
+        ColumnText text;
+        read_shown_column(statement, column++, text);
+        put_checkbox(row, key, privilege, text[0]);
     }
 }
 
-void output_no_checkboxes(const PageContext &context, PageBuffer &page)
+void put_no_checkboxes(TextWriter &row)
 {
-    for (size_t box = 0; box < std::size(privileges); box++)
-        http_printf(context.request->socket, page, "%s&nbsp;%s\n", DETAIL_TDBEGIN_CENTER, DETAIL_TDEND);
+    for (size_t box = 0; box < std::size(privileges); box++) {
+        put(row, DETAIL_TDBEGIN_CENTER);
+        put(row, "&nbsp;");
+        put(row, DETAIL_TDEND);
+        put(row, '\n');
+    }
 }
 
 void output_table_row(PageContext &context, PageBuffer &page)
 {
+    char text[row_size];
+    TextWriter row{text};
     TableName name;
-    RowKey key;
-    http_printf(context.request->socket, page, "<tr>\n");
-    bool whole = output_names(context, page, name);
-    output_grantor_and_grantee(context, page);
-    build_row_key(name, key);
+    put(row, "<tr>\n");
+    bool whole = put_names(row, context.stmt, name);
+    put_grantor_and_grantee(row, context.stmt);
     // The boxes of a cut name would be those of another table.
     if (whole)
-        output_checkboxes(context, page, key);
+        put_checkboxes(row, context.stmt, name);
     else
-        output_no_checkboxes(context, page);
-    http_printf(context.request->socket, page, "</tr>\n");
+        put_no_checkboxes(row);
+    put(row, "</tr>\n");
+    append_row(context.request->socket, page, row);
 }
 
 }

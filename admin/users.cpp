@@ -22,6 +22,10 @@ using QuotedText = char[2 * column_size];
 // The fixed text of the longest statement, two quoted values and a name.
 constexpr int statement_size = 128 + 2 * 2 * column_size + column_size;
 
+// Six texts of columns, and what stands around them.
+constexpr size_t row_size = html_growth * 6 * column_size + 1024;
+static_assert(row_size <= page_size, "a row goes into the page in one piece");
+
 struct UserRow {
     ColumnText user, description, password;
     bool user_is_whole, values_are_readable, values_are_whole;
@@ -64,58 +68,93 @@ void output_list_header(int socket, PageBuffer &page)
     http_printf(socket, page, "</tr>\n");
 }
 
-void output_blank_cell(int socket, PageBuffer &page)
+void put_blank_cell(TextWriter &row)
 {
-    http_printf(socket, page, "%s&nbsp;%s\n", DETAIL_TDBEGIN, DETAIL_TDEND);
+    put(row, DETAIL_TDBEGIN);
+    put(row, "&nbsp;");
+    put(row, DETAIL_TDEND);
+    put(row, '\n');
 }
 
-void output_ordinary_fields(int socket, PageBuffer &page, const UserRow &row)
+// An input field of the user's, up to the end of its name: the opening tag is still open.
+void put_field(TextWriter &row, const char *begin, const char *type, const UserRow &user, const char *suffix)
 {
-    http_printf(socket, page, "%s<input type=text name=\"%s_password\" value=\"%s\" size=20>%s\n", DETAIL_TDBEGIN,
-                html_attribute(row.user).text, html_attribute(row.password).text, DETAIL_TDEND);
-    output_blank_cell(socket, page);
-    http_printf(socket, page, "%s<input type=checkbox name=\"%s_checkbox\" value=\"OFF\"></input>%s\n",
-                DETAIL_TDBEGIN_CENTER, html_attribute(row.user).text, DETAIL_TDEND);
+    put(row, begin);
+    put(row, "<input type=");
+    put(row, type);
+    put(row, " name=\"");
+    put_attribute(row, user.user);
+    put(row, '_');
+    put(row, suffix);
+    put(row, '"');
 }
 
-void output_administrator_fields(int socket, PageBuffer &page, const UserRow &row)
+void put_value(TextWriter &row, const char *value)
 {
-    http_printf(socket, page, "%s<input type=text name=\"%s_password\" size=20>%s\n", DETAIL_TDBEGIN,
-                html_attribute(row.user).text, DETAIL_TDEND);
-    http_printf(socket, page, "%s<input type=password name=\"%s_oldpassword\" size=20>%s\n", DETAIL_TDBEGIN,
-                html_attribute(row.user).text, DETAIL_TDEND);
-    output_blank_cell(socket, page);
+    put(row, " value=\"");
+    put_attribute(row, value);
+    put(row, '"');
 }
 
-void output_fields(const PageContext &context, PageBuffer &page, const UserRow &row)
+void put_field_end(TextWriter &row, const char *end)
 {
-    int socket = context.request->socket;
-    http_printf(socket, page, "%s<input type=text name=\"%s_file\" value=\"%s\" size=40>%s\n", DETAIL_TDBEGIN,
-                html_attribute(row.user).text, html_attribute(row.description).text, DETAIL_TDEND);
-    if (is_administrator(context, row))
-        output_administrator_fields(socket, page, row);
+    put(row, end);
+    put(row, DETAIL_TDEND);
+    put(row, '\n');
+}
+
+void put_ordinary_fields(TextWriter &row, const UserRow &user)
+{
+    put_field(row, DETAIL_TDBEGIN, "text", user, "password");
+    put_value(row, user.password);
+    put_field_end(row, " size=20>");
+    put_blank_cell(row);
+    put_field(row, DETAIL_TDBEGIN_CENTER, "checkbox", user, "checkbox");
+    put_field_end(row, " value=\"OFF\"></input>");
+}
+
+void put_administrator_fields(TextWriter &row, const UserRow &user)
+{
+    put_field(row, DETAIL_TDBEGIN, "text", user, "password");
+    put_field_end(row, " size=20>");
+    put_field(row, DETAIL_TDBEGIN, "password", user, "oldpassword");
+    put_field_end(row, " size=20>");
+    put_blank_cell(row);
+}
+
+void put_fields(TextWriter &row, const PageContext &context, const UserRow &user)
+{
+    put_field(row, DETAIL_TDBEGIN, "text", user, "file");
+    put_value(row, user.description);
+    put_field_end(row, " size=40>");
+    if (is_administrator(context, user))
+        put_administrator_fields(row, user);
     else
-        output_ordinary_fields(socket, page, row);
+        put_ordinary_fields(row, user);
 }
 
 // Description, password, old password and delete box of a user whose name is not whole, as the fields would be another
 // user's, or whose values could not be read, as the next Submit would write empty ones back.
-void output_no_fields(int socket, PageBuffer &page)
+void put_no_fields(TextWriter &row)
 {
     for (int cell = 0; cell < 4; cell++)
-        output_blank_cell(socket, page);
+        put_blank_cell(row);
 }
 
-void output_user_row(const PageContext &context, PageBuffer &page, const UserRow &row)
+void output_user_row(const PageContext &context, PageBuffer &page, const UserRow &user)
 {
-    int socket = context.request->socket;
-    http_printf(socket, page, "<tr>\n");
-    http_printf(socket, page, "%s%s%s", DETAIL_TDBEGIN, html_text(row.user).text, DETAIL_TDEND);
-    if (row.user_is_whole && row.values_are_readable)
-        output_fields(context, page, row);
+    char text[row_size];
+    TextWriter row{text};
+    put(row, "<tr>\n");
+    put(row, DETAIL_TDBEGIN);
+    put_html(row, user.user);
+    put(row, DETAIL_TDEND);
+    if (user.user_is_whole && user.values_are_readable)
+        put_fields(row, context, user);
     else
-        output_no_fields(socket, page);
-    http_printf(socket, page, "</tr>\n");
+        put_no_fields(row);
+    put(row, "</tr>\n");
+    append_row(context.request->socket, page, row);
 }
 
 void output_user_rows(PageContext &context, PageBuffer &page)
@@ -136,8 +175,8 @@ void output_new_user_row(int socket, PageBuffer &page)
     http_printf(socket, page, "%s<input type=text name=__newuser size=20>%s\n", DETAIL_TDBEGIN, DETAIL_TDEND);
     http_printf(socket, page, "%s<input type=text name=__newfile size=40>%s\n", DETAIL_TDBEGIN, DETAIL_TDEND);
     http_printf(socket, page, "%s<input type=text name=__newpass size=20>%s\n", DETAIL_TDBEGIN, DETAIL_TDEND);
-    output_blank_cell(socket, page);
-    output_blank_cell(socket, page);
+    for (int cell = 0; cell < 2; cell++)
+        http_printf(socket, page, "%s&nbsp;%s\n", DETAIL_TDBEGIN, DETAIL_TDEND);
     http_printf(socket, page, "</tr>\n");
 }
 
@@ -253,8 +292,8 @@ int insert_user(PageContext &context, PageBuffer &message, SQLHSTMT writer, cons
     if (!copy_text(user, posted))
         return return_error(context, "New username is too long.\n");
     if (strchr(user, '\'')) {
-        copy_text(message, "New username cannot contain '.");
-        return return_error(context, message);
+        set_page(message, "New username cannot contain '.");
+        return return_error(context, message.text);
     }
     UserStatement insert;
     const char *password = getvalue(form_fields, "__newpass");

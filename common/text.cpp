@@ -29,10 +29,26 @@ void put_bytes(TextWriter &writer, const char *bytes, size_t count)
 
 const char *entity_of(char character)
 {
-    for (const Entity &entity : entities)
-        if (entity.character == character)
-            return entity.spelling;
-    return nullptr;
+    const Entity *entity = entities;
+    while (entity->character != character)
+        entity++;
+    return entity->spelling;
+}
+
+// Puts the characters before the next of `stops` and steps to it. False at the text's end.
+bool put_until(TextWriter &writer, const char *&text, const char *stops)
+{
+    size_t length = strcspn(text, stops);
+    put_bytes(writer, text, length);
+    text += length;
+    return *text;
+}
+
+// Each of `special` has an entity.
+void put_escaped(TextWriter &writer, const char *text, const char *special)
+{
+    while (put_until(writer, text, special))
+        put(writer, entity_of(*text++));
 }
 
 }
@@ -61,9 +77,9 @@ bool format_text(std::span<char> out, const char *format, ...)
     return false;
 }
 
-void put(TextWriter &writer, const char *text)
+void put(TextWriter &writer, std::string_view text)
 {
-    put_bytes(writer, text, strlen(text));
+    put_bytes(writer, text.data(), text.size());
 }
 
 void put(TextWriter &writer, char character)
@@ -74,24 +90,26 @@ void put(TextWriter &writer, char character)
 void put_sql_name(TextWriter &writer, const char *name)
 {
     put(writer, '"');
-    for (; *name; name++) {
-        if (*name == '"')
-            put(writer, '"');
-        put(writer, *name);
+    while (put_until(writer, name, "\"")) {
+        put(writer, "\"\"");
+        name++;
     }
     put(writer, '"');
 }
 
-void escape_html(std::span<char> out, const char *text, const char *special)
+void put_html(TextWriter &writer, const char *text)
 {
-    TextWriter writer{out};
-    for (; *text; text++) {
-        const char *entity = entity_of(*text);
-        if (entity && strchr(special, *text))
-            put(writer, entity);
-        else
-            put(writer, *text);
-    }
+    put_escaped(writer, text, "&<>");
+}
+
+void put_attribute(TextWriter &writer, const char *text)
+{
+    put_escaped(writer, text, "&<>\"");
+}
+
+void put_unquoted_attribute(TextWriter &writer, const char *text)
+{
+    put_escaped(writer, text, "&<>\"'`=");
 }
 
 char *quote_string(std::span<char> text)

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <span>
+#include <string_view>
 
 // Copies `text` into `out`. False when it does not fit (closing NUL included): `out` is empty then.
 bool copy_text(std::span<char> out, const char *text);
@@ -22,42 +23,44 @@ struct TextWriter {
     explicit TextWriter(std::span<char> buffer);
 };
 
-void put(TextWriter &writer, const char *text);
+void put(TextWriter &writer, std::string_view text);
 void put(TextWriter &writer, char character);
 
 // Appends `name` with its double quotes doubled and between double quotes: an SQL delimited identifier.
 void put_sql_name(TextWriter &writer, const char *name);
 
 // Data on its way into a page, spelled so that a browser reads it as text. Only characters that would be markup at
-// that place change, so ordinary names come out byte for byte. The record is as large as the worst case, so it fits.
-template <size_t N> struct HtmlText {
-    char text[6 * N];
-};
-
-void escape_html(std::span<char> out, const char *text, const char *special);
+// that place change, so ordinary names come out byte for byte. No character takes more than html_growth of them.
+constexpr size_t html_growth = 6;
 
 // Between tags: & < > are replaced.
-template <size_t N> HtmlText<N> html_text(const char (&text)[N])
-{
-    HtmlText<N> escaped;
-    escape_html(escaped.text, text, "&<>");
-    return escaped;
-}
+void put_html(TextWriter &writer, const char *text);
 
 // Inside an attribute's double quotes: & < > " are replaced.
-template <size_t N> HtmlText<N> html_attribute(const char (&text)[N])
-{
-    HtmlText<N> escaped;
-    escape_html(escaped.text, text, "&<>\"");
-    return escaped;
-}
+void put_attribute(TextWriter &writer, const char *text);
 
 // As an attribute's value without quotes: & < > " ' ` = are replaced, so that no further attribute can begin with a
 // value of its own. A blank stays as it is and ends the value.
+void put_unquoted_attribute(TextWriter &writer, const char *text);
+
+// The same as texts of their own. The record is as large as the worst case, so it fits.
+template <size_t N> struct HtmlText {
+    char text[html_growth * N];
+};
+
+template <size_t N> HtmlText<N> html_text(const char (&text)[N])
+{
+    HtmlText<N> escaped;
+    TextWriter writer{escaped.text};
+    put_html(writer, text);
+    return escaped;
+}
+
 template <size_t N> HtmlText<N> html_unquoted(const char (&text)[N])
 {
     HtmlText<N> escaped;
-    escape_html(escaped.text, text, "&<>\"'`=");
+    TextWriter writer{escaped.text};
+    put_unquoted_attribute(writer, text);
     return escaped;
 }
 

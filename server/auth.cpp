@@ -56,8 +56,8 @@ char *split_password(char *decoded)
 
 int refuse(RequestRecord *request, PageBuffer &page, int *length_out, const char *text)
 {
-    copy_text(page, text);
-    *length_out = int(strlen(page));
+    set_page(page, text);
+    *length_out = int(page.length);
     request->status = 401;
     return -1;
 }
@@ -80,7 +80,7 @@ int authorised(RequestRecord *request, PageBuffer &page, int *length_out, FormFi
         refuse(request, page, length_out, refusal);
         return result;
     }
-    page[0] = 0;
+    set_page(page, "");
     *length_out = 0;
     return result;
 }

@@ -60,7 +60,7 @@ int refuse(const RequestRecord *record, const UriEntry &row, Answer &answer, int
     build_header(record, row, answer);
     if (result == -2)
         return -1;
-    ResponsePiece pieces[] = {{answer.header, answer.header_length}, {answer.page, answer.page_length}, {nullptr, 0}};
+    ResponsePiece pieces[] = {{answer.header, answer.header_length}, {answer.page.text, answer.page_length}, {nullptr, 0}};
     send_response(record->socket, pieces);
     return -1;
 }
@@ -75,7 +75,7 @@ int send_page(RequestRecord *record, const UriEntry &row, Answer &answer)
         return -1;
     if (answer.page_length <= 0)
         return 0;
-    ResponsePiece page[] = {{answer.page, answer.page_length}, {nullptr, 0}};
+    ResponsePiece page[] = {{answer.page.text, answer.page_length}, {nullptr, 0}};
     return send_response(record->socket, page);
 }
 
@@ -113,7 +113,7 @@ int process_request(int socket, char *request_text)
     init_new_request(&record);
     Answer answer;
     answer.form_fields = nullptr;
-    copy_text(answer.page, request_text);
+    set_page(answer.page, request_text);
 
     int result = -1;
     if (parse_request(request_text, int(strlen(request_text)), &record) < 0)

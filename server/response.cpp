@@ -160,10 +160,10 @@ char *const not_appended = reinterpret_cast<char *>(-1);
 
 int flush_page(int socket, PageBuffer &page)
 {
-    ResponsePiece pieces[] = {{page, int32_t(strlen(page))}, {nullptr, 0}};
+    ResponsePiece pieces[] = {{page.text, int32_t(page.length)}, {nullptr, 0}};
     if (int result = send_response(socket, pieces); result < 0)
         return result;
-    page[0] = 0;
+    set_page(page, "");
     return 0;
 }
 
@@ -222,32 +222,51 @@ int send_response(int socket, const ResponsePiece *pieces)
     return 0;
 }
 
-char *http_printf(int socket, PageBuffer &page, const char *format, ...)
+bool set_page(PageBuffer &page, std::string_view text)
 {
-    if (strlen(page) > page_flush_length && flush_page(socket, page) < 0)
-        return not_appended;
-    size_t length = strlen(page), room = page_size - length;
-    va_list arguments;
-    va_start(arguments, format);
-    int added = vsnprintf(page + length, room, format, arguments);
-    va_end(arguments);
-    if (added >= 0 && size_t(added) < room)
-        return page;
-    page[length] = 0;
-    return not_appended;
+    TextWriter writer{page.text};
+    put(writer, text);
+    page.length = writer.length;
+    return !writer.overflow;
 }
 
-int append_text(int socket, PageBuffer &page, const char *text)
+char *http_printf(int socket, PageBuffer &page, const char *format, ...)
 {
-    size_t length = strlen(text);
-    if (length >= page_size)
+    if (page.length > page_flush_length && flush_page(socket, page) < 0)
+        return not_appended;
+    char *end = page.text + page.length;
+    size_t room = page_size - page.length;
+    va_list arguments;
+    va_start(arguments, format);
+    int added = vsnprintf(end, room, format, arguments);
+    va_end(arguments);
+    if (added < 0 || size_t(added) >= room) {
+        *end = 0;
+        return not_appended;
+    }
+    page.length += size_t(added);
+    return page.text;
+}
+
+int append_text(int socket, PageBuffer &page, std::string_view text)
+{
+    if (text.size() >= page_size)
         return -1;
-    if (strlen(page) + length >= page_size)
+    if (page.length + text.size() >= page_size)
         if (int result = flush_page(socket, page); result < 0)
             return result;
-    TextWriter writer{std::span(page).subspan(strlen(page))};
+    TextWriter writer{std::span(page.text).subspan(page.length)};
     put(writer, text);
+    page.length += writer.length;
     return 0;
+}
+
+int append_row(int socket, PageBuffer &page, const TextWriter &row)
+{
+    if (page.length > page_flush_length)
+        if (int result = flush_page(socket, page); result < 0)
+            return result;
+    return append_text(socket, page, {row.out.data(), row.length});
 }
 
 int send_error_response(int socket, int status)

@@ -11,9 +11,13 @@
 
 #include <cstdint>
 
-// The page that a handler fills, always NUL-terminated.
+// The page that a handler fills: `length` characters and a NUL. The length is kept because a page is appended to some
+// hundred thousand times, and looking for its end would take longer than all else that the program does for a row.
 constexpr int page_size = 32768;
-using PageBuffer = char[page_size];
+struct PageBuffer {
+    size_t length;
+    char text[page_size];
+};
 
 // A page longer than this is sent before anything is appended, so half of the buffer is always free for a piece.
 constexpr int page_flush_length = 16384;
@@ -52,14 +56,21 @@ int protocol_header(const RequestRecord *request, char *buffer, int *length_out,
 // A short count is not noticed: on a blocking socket send() takes everything.
 int send_response(int socket, const ResponsePiece *pieces);
 
+// Makes `text` the whole page. False when it does not fit: the page is empty then.
+bool set_page(PageBuffer &page, std::string_view text);
+
 // Appends the formatted text to the page, after sending and emptying a page longer than page_flush_length. Returns
-// the page; (char *)-1 when that send fails or when the text does not fit into the page's room of at least
+// the page's text; (char *)-1 when that send fails or when the text does not fit into the page's room of at least
 // page_size - page_flush_length - 1 characters: nothing is appended then.
 [[gnu::format(printf, 3, 4)]] char *http_printf(int socket, PageBuffer &page, const char *format, ...);
 
 // Appends a text of less than page_size characters to the page, after sending and emptying the page when both do not
 // fit together. Returns 0, or -1 when that send fails or the text is too long: nothing is appended then.
-int append_text(int socket, PageBuffer &page, const char *text);
+int append_text(int socket, PageBuffer &page, std::string_view text);
+
+// Appends a text of less than page_size characters, after sending and emptying a page longer than page_flush_length, or
+// one with which the text does not fit. Results as of append_text.
+int append_row(int socket, PageBuffer &page, const TextWriter &row);
 
 // Builds an error page for the status. Never returns in practice: the header is built without a request, which ends
 // the process before anything is sent, and the client sees its connection close. Would return what send_response

@@ -97,7 +97,7 @@ void check_answer(int answer, int result, const RequestRecord &record, const Pag
     PROMISE(result == (answer == 0 ? 1 : answer));
     PROMISE(record.status == (result == 1 || result == -2 ? 0 : 401));
     if (result != 1)
-        PROMISE(strlen(page) == size_t(length) && length == (result == -2 ? 0 : 234));
+        PROMISE(page.length == size_t(length) && strlen(page.text) == page.length && length == (result == -2 ? 0 : 234));
 }
 
 void check_authorised(const std::string &header)
@@ -112,7 +112,7 @@ void check_authorised(const std::string &header)
     Credentials credentials;
     bool answered = header.empty() || expected(header, credentials);
     static PageBuffer page;
-    page[0] = 0;
+    set_page(page, "");
     int length = page_size;
     constexpr int answers[] = {0, -1, -2, -7};
     int answer = answers[header.size() % std::size(answers)];

@@ -51,7 +51,7 @@ protected:
     }
 
     RequestRecord request = {};
-    PageBuffer page = "what stood there before";
+    PageBuffer page = {23, "what stood there before"};
     int length = page_size;
     FormField fields[1] = {};
 };
@@ -190,7 +190,7 @@ TEST_F(Authorised, answers_refused_credentials_with_the_refusal_text)
     stand_in.validate_user_message = "SQLDriverConnect failed";
     EXPECT_EQ(-1, authorise(" Basic dXNlcjpwYXNz"));
     EXPECT_EQ(401, request.status);
-    EXPECT_STREQ(refusal, page);
+    EXPECT_STREQ(refusal, page.text);
     EXPECT_EQ(234, length);
 }
 
@@ -198,12 +198,12 @@ TEST_F(Authorised, passes_any_other_result_of_validate_user_on_as_a_refusal)
 {
     for (int result : {-3, -100, 1, 7}) {
         request.status = 200;
-        page[0] = 0;
+        set_page(page, "");
         length = page_size;
         stand_in.validate_user_result = result;
         EXPECT_EQ(result, authorise(" Basic dXNlcjpwYXNz"));
         EXPECT_EQ(401, request.status) << result;
-        EXPECT_STREQ(refusal, page) << result;
+        EXPECT_STREQ(refusal, page.text) << result;
         EXPECT_EQ(234, length) << result;
     }
 }
@@ -215,7 +215,7 @@ TEST_F(Authorised, sends_nothing_when_validate_user_has_answered_the_client)
     stand_in.validate_user_message = "SQLDriverConnect failed";
     EXPECT_EQ(-2, authorise(" Basic dXNlcjpwYXNz"));
     EXPECT_EQ(200, request.status);
-    EXPECT_STREQ("", page);
+    EXPECT_STREQ("", page.text);
     EXPECT_EQ(0, length);
 }
 

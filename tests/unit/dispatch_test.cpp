@@ -88,7 +88,7 @@ protected:
     void answer_with(const std::string &page, int result = 0)
     {
         stand_in.build_page = [=](RequestRecord *, PageBuffer &buffer, int *length) {
-            strcpy(buffer, page.c_str());
+            set_page(buffer, page);
             *length = int(page.size());
             return result;
         };
@@ -199,7 +199,7 @@ TEST_F(ProcessRequest, sends_the_header_before_the_handler_and_the_page_behind_i
     stand_in.build_page = [](RequestRecord *request, PageBuffer &page, int *length) {
         const ResponsePiece own[] = {{"by the handler", 14}, {nullptr, 0}};
         EXPECT_EQ(0, send_response(request->socket, own));
-        strcpy(page, "the page");
+        set_page(page, "the page");
         *length = 8;
         return 0;
     };
@@ -210,7 +210,7 @@ TEST_F(ProcessRequest, sends_the_header_before_the_handler_and_the_page_behind_i
 TEST_F(ProcessRequest, sends_as_much_of_the_page_as_the_handler_says)
 {
     stand_in.build_page = [](RequestRecord *, PageBuffer &page, int *length) {
-        strcpy(page, "the page");
+        set_page(page, "the page");
         *length = 3;
         return 5;
     };
@@ -230,7 +230,7 @@ TEST_F(ProcessRequest, sends_the_header_alone_for_a_page_without_length)
 {
     for (int length : {0, -1, -32768}) {
         stand_in.build_page = [=](RequestRecord *, PageBuffer &page, int *page_length) {
-            strcpy(page, "the page");
+            set_page(page, "the page");
             *page_length = length;
             return 0;
         };
@@ -259,7 +259,7 @@ TEST_F(ProcessRequest, gives_minus_1_when_the_page_cannot_be_sent)
 {
     stand_in.build_page = [this](RequestRecord *, PageBuffer &page, int *length) {
         sockets.close_client();
-        strcpy(page, "the page");
+        set_page(page, "the page");
         *length = 8;
         return 0;
     };

@@ -250,7 +250,7 @@ TEST_F(HttpStart, notices_within_two_minutes_that_a_silent_client_has_vanished)
         int first_question = option_of(request->socket, IPPROTO_TCP, TCP_KEEPIDLE);
         int pause = option_of(request->socket, IPPROTO_TCP, TCP_KEEPINTVL);
         int questions = option_of(request->socket, IPPROTO_TCP, TCP_KEEPCNT);
-        *length = snprintf(page, sizeof page, "%d %d", enabled, first_question + questions * pause);
+        *length = snprintf(page.text, sizeof page.text, "%d %d", enabled, first_question + questions * pause);
         return 0;
     };
     int port = free_port();

@@ -101,12 +101,16 @@ std::string page_of(size_t length)
 // A page with a text in it, right before an unmapped page, and the connection that it is sent on.
 struct Page {
     SocketPair sockets{SOCK_DGRAM};
-    GuardedText room{std::string(page_size - 1, '#')};
+    GuardedText room{std::string(sizeof(PageBuffer) - 1, '#')};
 
-    explicit Page(const std::string &text) { strcpy(room.text(), text.c_str()); }
+    explicit Page(const std::string &text) { set_page(buffer(), text); }
 
     PageBuffer &buffer() { return *reinterpret_cast<PageBuffer *>(room.text()); }
-    std::string text() { return room.text(); }
+    std::string text()
+    {
+        EXPECT_EQ(strlen(buffer().text), buffer().length);
+        return buffer().text;
+    }
 };
 
 char *const failed = reinterpret_cast<char *>(-1);
@@ -326,7 +330,7 @@ TEST(SendResponse, sends_nothing_behind_a_failure)
 TEST(HttpPrintf, appends_the_formatted_text_and_gives_the_page)
 {
     Page page("<p>");
-    EXPECT_EQ(page.buffer(), http_printf(page.sockets.server(), page.buffer(), "%s=%d%%", "a", 7));
+    EXPECT_EQ(page.buffer().text, http_printf(page.sockets.server(), page.buffer(), "%s=%d%%", "a", 7));
     EXPECT_EQ("<p>a=7%", page.text());
     EXPECT_EQ(Pieces{}, page.sockets.received_pieces());
 }
@@ -334,14 +338,14 @@ TEST(HttpPrintf, appends_the_formatted_text_and_gives_the_page)
 TEST(HttpPrintf, begins_an_empty_page)
 {
     Page page("");
-    EXPECT_EQ(page.buffer(), http_printf(page.sockets.server(), page.buffer(), "%s", "a"));
+    EXPECT_EQ(page.buffer().text, http_printf(page.sockets.server(), page.buffer(), "%s", "a"));
     EXPECT_EQ("a", page.text());
 }
 
 TEST(HttpPrintf, appends_to_a_page_of_16384_characters_without_sending_it)
 {
     Page page(page_of(16384));
-    EXPECT_EQ(page.buffer(), http_printf(page.sockets.server(), page.buffer(), "%s", "more"));
+    EXPECT_EQ(page.buffer().text, http_printf(page.sockets.server(), page.buffer(), "%s", "more"));
     EXPECT_BYTES(page_of(16384) + "more", page.text());
     EXPECT_EQ(Pieces{}, page.sockets.received_pieces());
 }
@@ -349,7 +353,7 @@ TEST(HttpPrintf, appends_to_a_page_of_16384_characters_without_sending_it)
 TEST(HttpPrintf, sends_a_page_of_16385_characters_first)
 {
     Page page(page_of(16385));
-    EXPECT_EQ(page.buffer(), http_printf(page.sockets.server(), page.buffer(), "%s", "more"));
+    EXPECT_EQ(page.buffer().text, http_printf(page.sockets.server(), page.buffer(), "%s", "more"));
     EXPECT_EQ("more", page.text());
     EXPECT_EQ(Pieces{page_of(16385)}, page.sockets.received_pieces());
 }
@@ -357,7 +361,7 @@ TEST(HttpPrintf, sends_a_page_of_16385_characters_first)
 TEST(HttpPrintf, sends_the_page_first_also_for_an_empty_piece)
 {
     Page page(page_of(20000));
-    EXPECT_EQ(page.buffer(), http_printf(page.sockets.server(), page.buffer(), "%s", ""));
+    EXPECT_EQ(page.buffer().text, http_printf(page.sockets.server(), page.buffer(), "%s", ""));
     EXPECT_EQ("", page.text());
     EXPECT_EQ(Pieces{page_of(20000)}, page.sockets.received_pieces());
 }
@@ -367,7 +371,7 @@ TEST(HttpPrintf, sends_a_long_page_in_pieces)
     Page page("");
     std::string whole, sent;
     for (int i = 0; i < 5000; i++) {
-        ASSERT_EQ(page.buffer(), http_printf(page.sockets.server(), page.buffer(), "row %d\n", i));
+        ASSERT_EQ(page.buffer().text, http_printf(page.sockets.server(), page.buffer(), "row %d\n", i));
         whole += "row " + std::to_string(i) + "\n";
     }
     for (const std::string &piece : page.sockets.received_pieces()) {
@@ -390,7 +394,7 @@ TEST(HttpPrintf, appends_a_piece_over_1023_characters_whole)
     for (int length : {1023, 1024, 2000, 16383}) {
         Page page(page_of(16384));
         std::string piece(size_t(length), 'x');
-        EXPECT_EQ(page.buffer(), http_printf(page.sockets.server(), page.buffer(), "%s", piece.c_str())) << length;
+        EXPECT_EQ(page.buffer().text, http_printf(page.sockets.server(), page.buffer(), "%s", piece.c_str())) << length;
         EXPECT_BYTES(page_of(16384) + piece, page.text());
     }
 }
@@ -411,6 +415,23 @@ TEST(HttpPrintf, drops_a_piece_that_has_no_form_and_gives_minus_1)
     EXPECT_BYTES("<p>", page.text());
 }
 
+TEST(SetPage, makes_the_text_the_whole_page)
+{
+    Page page(page_of(20000));
+    EXPECT_TRUE(set_page(page.buffer(), "new"));
+    EXPECT_EQ("new", page.text());
+    EXPECT_EQ(Pieces{}, page.sockets.received_pieces());
+}
+
+TEST(SetPage, takes_a_text_that_fills_it_and_none_longer)
+{
+    Page page("");
+    EXPECT_TRUE(set_page(page.buffer(), page_of(32767)));
+    EXPECT_BYTES(page_of(32767), page.text());
+    EXPECT_FALSE(set_page(page.buffer(), page_of(32768)));
+    EXPECT_EQ("", page.text());
+}
+
 TEST(AppendText, appends_a_text_as_it_is)
 {
     Page page("<p>");
@@ -422,7 +443,7 @@ TEST(AppendText, appends_a_text_as_it_is)
 TEST(AppendText, fills_the_page_to_its_last_character_without_sending)
 {
     Page page(page_of(20000));
-    EXPECT_EQ(0, append_text(page.sockets.server(), page.buffer(), std::string(12767, 't').c_str()));
+    EXPECT_EQ(0, append_text(page.sockets.server(), page.buffer(), std::string(12767, 't')));
     EXPECT_BYTES(page_of(20000) + std::string(12767, 't'), page.text());
     EXPECT_EQ(Pieces{}, page.sockets.received_pieces());
 }
@@ -430,7 +451,7 @@ TEST(AppendText, fills_the_page_to_its_last_character_without_sending)
 TEST(AppendText, sends_the_page_so_far_first_when_the_text_does_not_fit)
 {
     Page page(page_of(20000));
-    EXPECT_EQ(0, append_text(page.sockets.server(), page.buffer(), std::string(12768, 't').c_str()));
+    EXPECT_EQ(0, append_text(page.sockets.server(), page.buffer(), std::string(12768, 't')));
     EXPECT_BYTES(std::string(12768, 't'), page.text());
     EXPECT_EQ(Pieces{page_of(20000)}, page.sockets.received_pieces());
 }
@@ -438,7 +459,7 @@ TEST(AppendText, sends_the_page_so_far_first_when_the_text_does_not_fit)
 TEST(AppendText, takes_a_text_that_fills_a_page_of_its_own)
 {
     Page page("p");
-    EXPECT_EQ(0, append_text(page.sockets.server(), page.buffer(), std::string(32767, 't').c_str()));
+    EXPECT_EQ(0, append_text(page.sockets.server(), page.buffer(), std::string(32767, 't')));
     EXPECT_BYTES(std::string(32767, 't'), page.text());
     EXPECT_EQ(Pieces{"p"}, page.sockets.received_pieces());
 }
@@ -449,6 +470,48 @@ TEST(AppendText, refuses_a_text_that_fits_no_page)
     EXPECT_EQ(-1, append_text(page.sockets.server(), page.buffer(), std::string(32768, 't').c_str()));
     EXPECT_EQ("p", page.text());
     EXPECT_EQ(Pieces{}, page.sockets.received_pieces());
+}
+
+// A row of `length` characters.
+struct Row {
+    std::string room;
+    TextWriter writer;
+
+    explicit Row(size_t length) : room(length + 1, 0), writer({room.data(), room.size()})
+    {
+        put(writer, std::string(length, 'r'));
+    }
+};
+
+TEST(AppendRow, appends_to_a_page_of_16384_characters_without_sending_it)
+{
+    Page page(page_of(16384));
+    EXPECT_EQ(0, append_row(page.sockets.server(), page.buffer(), Row(16383).writer));
+    EXPECT_BYTES(page_of(16384) + std::string(16383, 'r'), page.text());
+    EXPECT_EQ(Pieces{}, page.sockets.received_pieces());
+}
+
+TEST(AppendRow, sends_a_page_of_16385_characters_first)
+{
+    Page page(page_of(16385));
+    EXPECT_EQ(0, append_row(page.sockets.server(), page.buffer(), Row(1).writer));
+    EXPECT_EQ("r", page.text());
+    EXPECT_EQ(Pieces{page_of(16385)}, page.sockets.received_pieces());
+}
+
+TEST(AppendRow, sends_a_shorter_page_first_when_the_row_does_not_fit_behind_it)
+{
+    Page page(page_of(16384));
+    EXPECT_EQ(0, append_row(page.sockets.server(), page.buffer(), Row(16384).writer));
+    EXPECT_BYTES(std::string(16384, 'r'), page.text());
+    EXPECT_EQ(Pieces{page_of(16384)}, page.sockets.received_pieces());
+}
+
+TEST(AppendRow, gives_minus_1_and_leaves_the_page_when_sending_fails)
+{
+    Page page(page_of(16385));
+    EXPECT_EQ(-1, append_row(-1, page.buffer(), Row(1).writer));
+    EXPECT_BYTES(page_of(16385), page.text());
 }
 
 TEST(AppendText, gives_minus_1_and_leaves_the_page_when_sending_fails)

@@ -26,7 +26,7 @@ int uri_isam(const UriEntry *entry, RequestRecord *request, PageBuffer &page, in
     stand_in.entry = entry;
     stand_in.path = entry->uri;
     stand_in.page_name = entry->page_name;
-    stand_in.page_on_entry.assign(page, strnlen(page, sizeof page));
+    stand_in.page_on_entry.assign(page.text, page.length);
     stand_in.length_on_entry = *length;
     if (stand_in.build_page)
         return stand_in.build_page(request, page, length);
@@ -40,9 +40,9 @@ int validate_user(const char *user, const char *password, PageBuffer &message, R
     note("validate_user", request, form_fields);
     stand_in.user = user;
     stand_in.password = password;
-    stand_in.page_on_entry.assign(message, strnlen(message, sizeof message));
+    stand_in.page_on_entry.assign(message.text, message.length);
     if (!stand_in.validate_user_message.empty())
-        strcpy(message, stand_in.validate_user_message.c_str());
+        set_page(message, stand_in.validate_user_message);
     return stand_in.validate_user_result;
 }
 

@@ -25,6 +25,14 @@ constexpr QuoteCase quote_cases[] = {
     {"\xc3\xa4'\xff", "\xc3\xa4''\xff"},
 };
 
+std::string written(void (*put)(TextWriter &, const char *), const char *text)
+{
+    char out[256];
+    TextWriter writer{out};
+    put(writer, text);
+    return out;
+}
+
 }
 
 TEST(CopyText, copies_a_text_that_fits_exactly)
@@ -188,28 +196,44 @@ TEST(PutSqlName, sets_overflow_when_the_closing_quote_does_not_fit)
     EXPECT_TRUE(overflows.overflow);
 }
 
-TEST(HtmlText, replaces_what_is_markup_between_tags)
+TEST(PutHtml, replaces_what_is_markup_between_tags)
 {
-    EXPECT_STREQ("a&lt;b&gt;&amp;&amp;lt;", html_text("a<b>&&lt;").text);
+    EXPECT_EQ("a&lt;b&gt;&amp;&amp;lt;", written(put_html, "a<b>&&lt;"));
 }
 
-TEST(HtmlText, leaves_quotes_and_everything_else_as_it_is)
+TEST(PutHtml, leaves_quotes_and_everything_else_as_it_is)
 {
     const char ordinary[] = "O'Brien \"x\" `=;%s\xc3\xa4\x80\xff\t/";
-    EXPECT_STREQ(ordinary, html_text(ordinary).text);
+    EXPECT_EQ(ordinary, written(put_html, ordinary));
 }
 
-TEST(HtmlAttribute, replaces_double_quotes_too)
+TEST(PutAttribute, replaces_double_quotes_too)
 {
-    EXPECT_STREQ("&quot;&lt;&amp;&gt;'=`", html_attribute("\"<&>'=`").text);
+    EXPECT_EQ("&quot;&lt;&amp;&gt;'=`", written(put_attribute, "\"<&>'=`"));
 }
 
-TEST(HtmlUnquoted, replaces_everything_that_could_begin_a_value)
+TEST(PutUnquotedAttribute, replaces_everything_that_could_begin_a_value)
 {
-    EXPECT_STREQ("&amp;&lt;&gt;&quot;&#39;&#96;&#61; b", html_unquoted("&<>\"'`= b").text);
+    EXPECT_EQ("&amp;&lt;&gt;&quot;&#39;&#96;&#61; b", written(put_unquoted_attribute, "&<>\"'`= b"));
 }
 
-TEST(HtmlEscaping, has_room_for_the_worst_case)
+TEST(PutHtml, of_the_empty_text_puts_nothing)
+{
+    EXPECT_EQ("", written(put_html, ""));
+    EXPECT_EQ("", written(put_attribute, ""));
+    EXPECT_EQ("", written(put_unquoted_attribute, ""));
+}
+
+TEST(PutHtml, drops_an_entity_that_does_not_fit_as_a_whole)
+{
+    char out[6];
+    TextWriter writer{out};
+    put_html(writer, "ab&");
+    EXPECT_STREQ("ab", out);
+    EXPECT_TRUE(writer.overflow);
+}
+
+TEST(HtmlText, has_room_for_the_worst_case)
 {
     char worst[255];
     std::string expected;
@@ -218,21 +242,13 @@ TEST(HtmlEscaping, has_room_for_the_worst_case)
         expected += "&quot;";
     }
     worst[sizeof worst - 1] = 0;
-    EXPECT_EQ(expected, html_attribute(worst).text);
+    EXPECT_EQ(expected, html_unquoted(worst).text);
 }
 
-TEST(HtmlEscaping, of_the_empty_text_is_empty)
+TEST(HtmlText, is_the_text_as_it_stands_between_tags)
 {
+    EXPECT_STREQ("a&lt;\"", html_text("a<\"").text);
     EXPECT_STREQ("", html_text("").text);
-    EXPECT_STREQ("", html_attribute("").text);
-    EXPECT_STREQ("", html_unquoted("").text);
-}
-
-TEST(EscapeHtml, drops_an_entity_that_does_not_fit_as_a_whole)
-{
-    char out[6];
-    escape_html(out, "ab&", "&<>");
-    EXPECT_STREQ("ab", out);
 }
 
 TEST(QuoteString, doubles_every_single_quote_and_changes_nothing_else)

@@ -29,7 +29,7 @@ TEST_F(Chooser, of_a_connected_page_has_a_refresh_button_and_selects_the_posted_
                  "<td bgcolor=#FFFFFF nowrap><font size=2>\n"
                  "<input type=submit name=datasource_refresh value=\"Refresh\"></font></td>\n\n"
                  "</tr>\n",
-                 page);
+                 page.text);
 }
 
 TEST_F(Chooser, of_the_landing_page_preselects_the_first_source_of_interest)
@@ -37,7 +37,7 @@ TEST_F(Chooser, of_the_landing_page_preselects_the_first_source_of_interest)
     list("[foreign]\nDriver=Foreign\n[first]\nDriver=Nordvale_Isam\n[second]\nDriver=NORDVALE_ISAM\n");
     EXPECT_EQ(output_datasource(context, page, nullptr, "initial_datasource"), 0);
     EXPECT_STREQ(datasource, "first");
-    std::string text = page;
+    std::string text = page.text;
     EXPECT_NE(text.find("<option selected value=\"first\">first</option>\n<option value=\"second\">second</option>\n"),
               std::string::npos) << text;
     EXPECT_EQ(text.find("datasource_refresh"), std::string::npos);
@@ -49,8 +49,8 @@ TEST_F(Chooser, without_any_source_is_empty)
     copy_text(datasource, "left over");
     EXPECT_EQ(output_datasource(context, page, nullptr, "initial_datasource"), 0);
     EXPECT_STREQ(datasource, "");
-    EXPECT_NE(std::string(page).find("size=1>\n</select>\n<input type=hidden name=last_datasource value=></font></td>"),
-              std::string::npos) << page;
+    EXPECT_NE(std::string(page.text).find("size=1>\n</select>\n<input type=hidden name=last_datasource value=></font></td>"),
+              std::string::npos) << page.text;
 }
 
 TEST_F(Chooser, takes_the_initial_source_where_no_other_is_posted)
@@ -72,7 +72,7 @@ TEST_F(Chooser, keeps_markup_in_a_posted_name_from_becoming_markup)
 {
     Form form = {{"datasource", "a><b \"'`="}};
     output_datasource(context, page, form, "datasource");
-    EXPECT_NE(std::string(page).find("value=a&gt;&lt;b &quot;&#39;&#96;&#61;></font>"), std::string::npos) << page;
+    EXPECT_NE(std::string(page.text).find("value=a&gt;&lt;b &quot;&#39;&#96;&#61;></font>"), std::string::npos) << page.text;
 }
 
 }

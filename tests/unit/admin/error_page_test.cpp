@@ -18,9 +18,9 @@ TEST_F(ErrorPage, is_sent_whole_between_the_templates_and_the_result_is_minus_on
 
 TEST_F(ErrorPage, leaves_the_page_buffer_alone)
 {
-    strcpy(page, "begun");
-    return_error(context, page);
-    EXPECT_STREQ(page, "begun");
+    set_page(page, "begun");
+    return_error(context, page.text);
+    EXPECT_STREQ(page.text, "begun");
 }
 
 TEST_F(ErrorPage, goes_out_in_three_pieces)
@@ -37,17 +37,16 @@ TEST_F(ErrorPage, goes_out_in_three_pieces)
 
 TEST_F(ErrorPage, takes_a_message_as_long_as_the_page_buffer)
 {
-    memset(page, 'm', sizeof page - 1);
-    page[sizeof page - 1] = 0;
-    return_error(context, page);
-    EXPECT_BYTES(error_page(page), connection.received());
+    set_page(page, std::string(page_size - 1, 'm'));
+    return_error(context, page.text);
+    EXPECT_BYTES(error_page(page.text), connection.received());
 }
 
 TEST_F(ErrorPage, of_a_failed_call_tells_its_diagnostic)
 {
     EXPECT_EQ(report_failure(context, page, "SQLAllocHandle", SQL_HANDLE_DBC, nullptr), -1);
-    EXPECT_STREQ(page, "SQLAllocHandle failed with no diagnostic available\n");
-    EXPECT_BYTES(error_page(page), connection.received());
+    EXPECT_STREQ(page.text, "SQLAllocHandle failed with no diagnostic available\n");
+    EXPECT_BYTES(error_page(page.text), connection.received());
 }
 
 TEST_F(ErrorPage, in_memory_is_written_without_closing_tags)
@@ -55,11 +54,11 @@ TEST_F(ErrorPage, in_memory_is_written_without_closing_tags)
     nport = 4711;
     int length = 0;
     int result = add_html_error("gone", page, &length);
-    EXPECT_EQ(result, int(strlen(page)));
-    EXPECT_EQ(length, int(strlen(page)));
+    EXPECT_EQ(result, int(strlen(page.text)));
+    EXPECT_EQ(length, int(strlen(page.text)));
     EXPECT_BYTES("<HTML><HEAD>\r\n<TITLE>Error</TITLE>\r\n</HEAD><BODY bgcolor=\"white\">\r\n<H1>Error</H1>\r\n"
                  "<p>gone<p>\r\n" + address_line(4711),
-                 page);
+                 page.text);
     EXPECT_EQ(connection.received(), "");
 }
 
@@ -68,7 +67,7 @@ TEST_F(ErrorPage, in_memory_leaves_out_a_message_that_does_not_fit)
     std::string message(page_size, 'm');
     int length;
     add_html_error(message.c_str(), page, &length);
-    EXPECT_NE(std::string(page).find("<p><p>\r\n<ADDRESS>"), std::string::npos);
+    EXPECT_NE(std::string(page.text).find("<p><p>\r\n<ADDRESS>"), std::string::npos);
 }
 
 }

@@ -36,6 +36,20 @@ TEST_F(Grants, submit_selection_sends_four_statements_for_every_table)
                      "grant delete on \"c\".\"s\".\"t\" to \"anna\""}));
 }
 
+TEST_F(Grants, submit_selection_finds_boxes_wherever_they_stand_in_the_form)
+{
+    Form form = {{"u_update", "ON"}, {"u", ""}, {"c.s.t_select_", ""}, {"U_insert", "ON"}, {"c.s.t_insert", "ON"},
+                 {"u_update", "OFF"}, {"a", "u_delete"}, {"", ""}, {"c.s.t_", ""}, {"u_insert", ""}};
+    EXPECT_EQ(submit_selection(context, page, form), 0);
+    EXPECT_EQ(statements(),
+              (Texts{"{SQLTables}", "revoke select on \"u\" from \"anna\"", "grant insert on \"u\" to \"anna\"",
+                     "grant update on \"u\" to \"anna\"", "revoke delete on \"u\" from \"anna\"",
+                     "revoke select on \"c\".\"s\".\"t\" from \"anna\"",
+                     "grant insert on \"c\".\"s\".\"t\" to \"anna\"",
+                     "revoke update on \"c\".\"s\".\"t\" from \"anna\"",
+                     "revoke delete on \"c\".\"s\".\"t\" from \"anna\""}));
+}
+
 TEST_F(Grants, submit_selection_goes_on_behind_statements_that_fail)
 {
     copy_text(isamuser, "nobody");
@@ -99,10 +113,10 @@ TEST_F(Grants, without_the_list_of_tables_end_in_the_error_page_and_change_nothi
         [](PageContext &c, PageBuffer &p) { return revoke_all(c, p, "anna"); },
     };
     for (auto operation : operations) {
-        copy_text(page, "begun");
+        set_page(page, "begun");
         let_tables_fail();
         EXPECT_EQ(operation(context, page), -1);
-        EXPECT_STREQ(page, failed_tables);
+        EXPECT_STREQ(page.text, failed_tables);
         EXPECT_BYTES(error_page(failed_tables), connection.received());
     }
     EXPECT_TRUE(statements().empty());
@@ -141,10 +155,10 @@ TEST_F(Grants, take_a_null_part_of_a_table_s_name_for_an_empty_one)
 TEST_F(Grants, without_a_connection_end_in_the_error_page)
 {
     PageContext unconnected = {};
-    uri_setup(unconnected, page, &request);
+    uri_setup(unconnected, page.text, &request);
     EXPECT_LT(grant_all(unconnected, page), 0);
     EXPECT_BYTES(error_page("SQLAllocHandle failed with no diagnostic available\n"), connection.received());
-    uri_disconnect(unconnected, page);
+    uri_disconnect(unconnected, page.text);
 }
 
 }

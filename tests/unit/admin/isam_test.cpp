@@ -41,9 +41,9 @@ TEST_F(ValidateUser, refuses_a_wrong_password_and_an_empty_user)
 TEST_F(ValidateUser, clears_the_message_where_there_is_nothing_to_tell)
 {
     Form form = {{"datasource", "sample"}};
-    copy_text(page, "left over");
+    set_page(page, "left over");
     EXPECT_EQ(validate_user(administrator, administrator_password, page, &request, form), 0);
-    EXPECT_STREQ(page, "");
+    EXPECT_STREQ(page.text, "");
 }
 
 TEST_F(ValidateUser, takes_the_initial_data_source_before_the_other)
@@ -56,15 +56,15 @@ TEST_F(ValidateUser, answers_any_other_failure_with_an_error_page)
 {
     Form form = {{"datasource", "missing"}};
     EXPECT_EQ(validate_user(administrator, administrator_password, page, &request, form), -2);
-    EXPECT_EQ(std::string(page).rfind("SQLDriverConnect failed with ", 0), 0u) << page;
-    EXPECT_BYTES(error_page(page), connection.received());
+    EXPECT_EQ(std::string(page.text).rfind("SQLDriverConnect failed with ", 0), 0u) << page.text;
+    EXPECT_BYTES(error_page(page.text), connection.received());
 }
 
 TEST_F(ValidateUser, refuses_a_form_without_a_data_source)
 {
     Form form = {{"users.x", "1"}};
     EXPECT_EQ(validate_user(administrator, administrator_password, page, &request, form), -1);
-    EXPECT_STREQ(page, "No datasource specified.\n");
+    EXPECT_STREQ(page.text, "No datasource specified.\n");
 }
 
 TEST_F(ValidateUser, answers_texts_that_do_not_fit_with_an_error_page)
@@ -86,9 +86,9 @@ TEST_F(UriIsam, tells_the_length_of_the_landing_page)
 {
     int length = page_size;
     EXPECT_EQ(uri_isam(nullptr, &request, page, &length, nullptr), 0);
-    EXPECT_EQ(length, int(strlen(page)));
+    EXPECT_EQ(length, int(strlen(page.text)));
     // What had no room beside the footer has been sent.
-    EXPECT_NE((connection.received() + page).find("<form method=POST action=/isam.cgi>"), std::string::npos);
+    EXPECT_NE((connection.received() + page.text).find("<form method=POST action=/isam.cgi>"), std::string::npos);
 }
 
 TEST_F(UriIsam, passes_a_failed_connection_up)
@@ -98,7 +98,7 @@ TEST_F(UriIsam, passes_a_failed_connection_up)
     int length = page_size;
     EXPECT_LT(uri_isam(nullptr, &request, page, &length, form), 0);
     EXPECT_EQ(length, page_size);
-    EXPECT_BYTES(error_page(page), connection.received());
+    EXPECT_BYTES(error_page(page.text), connection.received());
 }
 
 TEST_F(UriIsam, shows_nothing_to_a_user_of_the_data_source_who_is_not_its_administrator)
@@ -119,7 +119,7 @@ TEST_F(UriIsam, shows_the_page_to_the_administrator_in_any_letter_case)
     Form form = {{"datasource", "sample"}, {"reports.x", "1"}};
     int length = page_size;
     EXPECT_EQ(uri_isam(nullptr, &request, page, &length, form), 0);
-    EXPECT_EQ(length, int(strlen(page)));
+    EXPECT_EQ(length, int(strlen(page.text)));
 }
 
 // How many statements a page allocates before one can be missing without ending it: three for the connection, two for
@@ -164,8 +164,8 @@ TEST_F(UriIsam, goes_on_behind_a_privilege_list_without_a_statement)
         let_allocation_fail(SQL_HANDLE_STMT, number);
         int length = page_size;
         EXPECT_EQ(uri_isam(nullptr, &request, page, &length, form), 0);
-        EXPECT_EQ(length, int(strlen(page)));
-        EXPECT_EQ((connection.received() + page).rfind(error_page(failed_allocation) + failed_allocation, 0), 0u);
+        EXPECT_EQ(length, int(strlen(page.text)));
+        EXPECT_EQ((connection.received() + page.text).rfind(error_page(failed_allocation) + failed_allocation, 0), 0u);
     }
 }
 

@@ -31,7 +31,7 @@ TEST_F(Odbc, a_failure_is_described_with_the_call_and_the_diagnostic)
     std::string diagnostic = diagnostic_text(SQL_HANDLE_STMT, context.stmt).text;
     EXPECT_NE(diagnostic.find("nosuch"), std::string::npos);
     describe_failure(page, "SQLTables", SQL_HANDLE_STMT, context.stmt);
-    EXPECT_EQ(std::string(page), "SQLTables failed with " + diagnostic + "\n");
+    EXPECT_EQ(std::string(page.text), "SQLTables failed with " + diagnostic + "\n");
 }
 
 TEST_F(Odbc, markup_in_a_diagnostic_is_escaped)
@@ -39,8 +39,8 @@ TEST_F(Odbc, markup_in_a_diagnostic_is_escaped)
     ASSERT_EQ(connect(), 0);
     EXPECT_FALSE(execute(context.stmt, "select * from \"<b>&\""));
     describe_failure(page, "SQLTables", SQL_HANDLE_STMT, context.stmt);
-    EXPECT_NE(std::string(page).find("&lt;b&gt;&amp;"), std::string::npos) << page;
-    EXPECT_EQ(std::string(page).find('<'), std::string::npos) << page;
+    EXPECT_NE(std::string(page.text).find("&lt;b&gt;&amp;"), std::string::npos) << page.text;
+    EXPECT_EQ(std::string(page.text).find('<'), std::string::npos) << page.text;
 }
 
 TEST_F(Odbc, a_column_of_254_characters_is_whole_and_one_of_255_is_not)
@@ -121,9 +121,9 @@ TEST_F(Odbc, output_column_appends_the_value_as_text_and_copies_it)
             ASSERT_TRUE(execute(context.stmt, query.c_str()));
             ASSERT_TRUE(succeeded(SQLFetch(context.stmt)));
             ColumnText copy = "left";
-            page[0] = 0;
+            set_page(page, "");
             output_column(context, context.stmt, 1, page, copying ? &copy : nullptr);
-            EXPECT_STREQ(page, column.shown);
+            EXPECT_STREQ(page.text, column.shown);
             EXPECT_STREQ(copy, copying ? column.copied : "left");
             SQLCloseCursor(context.stmt);
         }

@@ -51,12 +51,12 @@ SourceFixture::SourceFixture()
     EXPECT_EQ(system(create.c_str()), 0);
     init_new_request(&request);
     request.socket = connection.server();
-    uri_setup(context, page, &request);
+    uri_setup(context, page.text, &request);
 }
 
 SourceFixture::~SourceFixture()
 {
-    uri_disconnect(context, page);
+    uri_disconnect(context, page.text);
     std::filesystem::remove_all(folder);
 }
 
@@ -71,15 +71,15 @@ int SourceFixture::connect(const char *user, const char *password)
 void SourceFixture::run(std::initializer_list<const char *> texts)
 {
     PageContext own = {};
-    uri_setup(own, page, &request);
+    uri_setup(own, page.text, &request);
     copy_text(datasource, "sample");
     copy_text(logonuser, administrator);
     copy_text(logonauth, administrator_password);
-    ASSERT_EQ(uri_connect(own, page, 0), 0) << page;
+    ASSERT_EQ(uri_connect(own, page, 0), 0) << page.text;
     for (const char *text : texts)
         EXPECT_TRUE(execute(own.stmt, text)) << text << ": " << diagnostic_text(SQL_HANDLE_STMT, own.stmt).text;
-    uri_disconnect(own, page);
-    page[0] = 0;
+    uri_disconnect(own, page.text);
+    set_page(page, "");
 }
 
 void SourceFixture::forget_statements()

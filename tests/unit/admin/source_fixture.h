@@ -42,7 +42,7 @@ protected:
     SocketPair connection{SOCK_STREAM};
     RequestRecord request = {};
     PageContext context = {};
-    PageBuffer page = "";
+    PageBuffer page = {};
 };
 
 // The whole text of a file; empty when there is none.
