@@ -6,13 +6,18 @@
 #include "admin/table_name.h"
 #include "common/text.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <sql.h>
 
 namespace {
 
-// Verb, privilege and the words between them, a table and a user, each of their characters doubled.
-constexpr int statement_size = 32 + quoted_table_size + 2 * column_size + 2;
+// A user name between double quotes, each of its characters doubled.
+using Grantee = char[2 * column_size + 2];
+
+// Verb, privilege and the words between them, a table and a user.
+constexpr int statement_size = 32 + sizeof(QuotedTable) + sizeof(Grantee);
 
 // A row key, "_" and a privilege.
 constexpr int field_size = 3 * column_size + 8;
@@ -23,6 +28,39 @@ struct Verb {
 
 constexpr Verb grant = {"grant", "to"};
 constexpr Verb revoke = {"revoke", "from"};
+
+// The names of a form's fields in the order of strcmp: a page asks for four boxes of each of its tables.
+struct PostedNames {
+    const char *names[post_size / 2];   // a field takes two bytes of a body at least
+    size_t count;
+};
+
+bool is_before(const char *name, const char *other)
+{
+    return strcmp(name, other) < 0;
+}
+
+void sort_names(PostedNames &posted, const FormField *field)
+{
+    posted.count = 0;
+    for (; field && field->name && posted.count < std::size(posted.names); field++)
+        posted.names[posted.count++] = field->name;
+    std::sort(posted.names, posted.names + posted.count, is_before);
+}
+
+bool is_posted(const PostedNames &posted, const char *name)
+{
+    return std::binary_search(posted.names, posted.names + posted.count, name, is_before);
+}
+
+void name_grantee(Grantee &grantee, const char *user)
+{
+    TextWriter sql{grantee};
+    if (strcmp(user, "public") == 0)
+        put(sql, user);
+    else
+        put_sql_name(sql, user);
+}
 
 int open_table_list(PageContext &context, PageBuffer &page)
 {
@@ -42,19 +80,13 @@ bool next_table(PageContext &context, TableName &table)
 }
 
 // For example: grant select on "C"."S"."T" to "user". False, nothing sent, for a text that does not fit.
-bool change_privilege(SQLHSTMT statement, Verb verb, const char *privilege, const TableName &table, const char *user)
+bool change_privilege(SQLHSTMT statement, Verb verb, const char *privilege, const QuotedTable &table,
+                      const Grantee &grantee)
 {
     char text[statement_size];
     TextWriter sql{text};
-    for (const char *word : {verb.name, " ", privilege, " on "})
+    for (const char *word : {verb.name, " ", privilege, " on ", table, " ", verb.preposition, " ", grantee})
         put(sql, word);
-    put_quoted_table(sql, table);
-    for (const char *word : {" ", verb.preposition, " "})
-        put(sql, word);
-    if (strcmp(user, "public") == 0)
-        put(sql, user);
-    else
-        put_sql_name(sql, user);
     return !sql.overflow && execute(statement, text);
 }
 
@@ -65,26 +97,38 @@ void replace_failed_statement(PageContext &context)
     SQLAllocHandle(SQL_HANDLE_STMT, context.dbc, &context.stmt2);
 }
 
-void submit_table(PageContext &context, const TableName &table, const FormField *form_fields)
+bool is_ticked(const PostedNames &posted, const RowKey &key, const char *privilege)
+{
+    char text[field_size];
+    TextWriter field{text};
+    for (const char *part : {static_cast<const char *>(key), "_", privilege})
+        put(field, part);
+    return is_posted(posted, text);
+}
+
+void submit_table(PageContext &context, const TableName &table, const PostedNames &posted, const Grantee &grantee)
 {
     RowKey key;
+    QuotedTable quoted;
     build_row_key(table, key);
-    for (const char *privilege : privileges) {
-        char field[field_size];
-        format_text(field, "%s_%s", key, privilege);
-        Verb verb = getvalue(form_fields, field) ? grant : revoke;
-        if (!change_privilege(context.stmt2, verb, privilege, table, isamuser))
+    quote_table(table, quoted);
+    for (const char *privilege : privileges)
+        if (!change_privilege(context.stmt2, is_ticked(posted, key, privilege) ? grant : revoke, privilege, quoted,
+                              grantee))
             replace_failed_statement(context);
-    }
 }
 
 int change_all(PageContext &context, PageBuffer &page, Verb verb, const char *user)
 {
     if (int result = open_table_list(context, page); result < 0)
         return result;
+    Grantee grantee;
+    name_grantee(grantee, user);
     TableName table;
     while (next_table(context, table)) {
-        if (change_privilege(context.stmt2, verb, "all", table, user))
+        QuotedTable quoted;
+        quote_table(table, quoted);
+        if (change_privilege(context.stmt2, verb, "all", quoted, grantee))
             continue;
         // The tables behind this one stay as they are, on purpose, unlike in submit_selection.
         diagnostic_text(SQL_HANDLE_STMT, context.stmt2);
@@ -99,9 +143,13 @@ int submit_selection(PageContext &context, PageBuffer &page, const FormField *fo
 {
     if (int result = open_table_list(context, page); result < 0)
         return result;
+    PostedNames posted;
+    sort_names(posted, form_fields);
+    Grantee grantee;
+    name_grantee(grantee, isamuser);
     TableName table;
     while (next_table(context, table))
-        submit_table(context, table, form_fields);
+        submit_table(context, table, posted, grantee);
     return 0;
 }
 

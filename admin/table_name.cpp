@@ -38,7 +38,8 @@ void build_row_key(const TableName &name, RowKey &key)
     put_dotted(out, name, put_name);
 }
 
-void put_quoted_table(TextWriter &sql, const TableName &name)
+void quote_table(const TableName &name, QuotedTable &quoted)
 {
+    TextWriter sql{quoted};
     put_dotted(sql, name, put_sql_name);
 }

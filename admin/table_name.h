@@ -15,7 +15,7 @@ struct TableName {
 using RowKey = char[3 * column_size];
 
 // Room for three names with each character doubled, their quotes and two dots.
-constexpr int quoted_table_size = 3 * (2 * column_size + 2);
+using QuotedTable = char[3 * (2 * column_size + 2)];
 
 // Reads columns 1 to 3 of the current row. False when one of them is not whole: the name must not be used then.
 bool read_table_name(SQLHSTMT statement, TableName &name);
@@ -24,4 +24,4 @@ bool read_table_name(SQLHSTMT statement, TableName &name);
 void build_row_key(const TableName &name, RowKey &key);
 
 // "catalog"."schema"."table", double quotes in names doubled.
-void put_quoted_table(TextWriter &sql, const TableName &name);
+void quote_table(const TableName &name, QuotedTable &quoted);

@@ -29,10 +29,8 @@ TableName table_name(const Spelling &spelling)
 
 std::string quoted(const TableName &name)
 {
-    char text[quoted_table_size];
-    TextWriter writer{text};
-    put_quoted_table(writer, name);
-    EXPECT_FALSE(writer.overflow);
+    QuotedTable text;
+    quote_table(name, text);
     return text;
 }
 
