@@ -154,11 +154,11 @@ void put_grantor_and_grantee(TextWriter &row, SQLHSTMT statement)
     }
 }
 
-void put_checkbox(TextWriter &row, const RowKey &key, const char *privilege, bool held)
+void put_checkbox(TextWriter &row, const char *key, const char *privilege, bool held)
 {
     put(row, DETAIL_TDBEGIN_CENTER);
     put(row, "<input type=checkbox name=\"");
-    put_attribute(row, key);
+    put(row, key);
     put(row, '_');
     put(row, privilege);
     // Unquoted, so that browsers read "ON checked" as a value and the attribute that ticks the box.
@@ -171,11 +171,12 @@ void put_checkboxes(TextWriter &row, SQLHSTMT statement, const TableName &name)
 {
     RowKey key;
     build_row_key(name, key);
+    auto escaped = html_attribute(key);
     int column = first_privilege_column;
     for (const char *privilege : privileges) {
         ColumnText text;
         read_shown_column(statement, column++, text);
-        put_checkbox(row, key, privilege, text[0]);
+        put_checkbox(row, escaped.text, privilege, text[0]);
     }
 }
 

@@ -16,17 +16,6 @@ constexpr Entity entities[] = {
     {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}, {'\'', "&#39;"}, {'`', "&#96;"}, {'=', "&#61;"},
 };
 
-void put_bytes(TextWriter &writer, const char *bytes, size_t count)
-{
-    if (writer.overflow || count >= writer.out.size() - writer.length) {
-        writer.overflow = true;
-        return;
-    }
-    memcpy(writer.out.data() + writer.length, bytes, count);
-    writer.length += count;
-    writer.out[writer.length] = 0;
-}
-
 const char *entity_of(char character)
 {
     const Entity *entity = entities;
@@ -39,7 +28,7 @@ const char *entity_of(char character)
 bool put_until(TextWriter &writer, const char *&text, const char *stops)
 {
     size_t length = strcspn(text, stops);
-    put_bytes(writer, text, length);
+    put(writer, {text, length});
     text += length;
     return *text;
 }
@@ -75,16 +64,6 @@ bool format_text(std::span<char> out, const char *format, ...)
         return true;
     out[0] = 0;
     return false;
-}
-
-void put(TextWriter &writer, std::string_view text)
-{
-    put_bytes(writer, text.data(), text.size());
-}
-
-void put(TextWriter &writer, char character)
-{
-    put_bytes(writer, &character, 1);
 }
 
 void put_sql_name(TextWriter &writer, const char *name)
