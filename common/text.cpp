@@ -1,9 +1,11 @@
 #include "common/text.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 namespace {
 
@@ -64,6 +66,15 @@ bool format_text(std::span<char> out, const char *format, ...)
         return true;
     out[0] = 0;
     return false;
+}
+
+void put_number(TextWriter &writer, int number, int digits)
+{
+    char text[16];
+    const char *end = std::to_chars(std::begin(text), std::end(text), number).ptr;
+    for (auto length = end - text; length < digits; length++)
+        put(writer, '0');
+    put(writer, {text, end});
 }
 
 void put_sql_name(TextWriter &writer, const char *name)

@@ -99,27 +99,31 @@ int status_index(int status)
 // For the closing tag of an error page's message and for the line that names the server.
 constexpr size_t room_behind_message = 512;
 
-struct DateText {
-    char text[64];
-};
-
-// The clock is read for each date that is written, so the dates of one header may differ by a second.
-DateText current_date()
-{
-    DateText date;
-    time_t now = time(nullptr);
-    const tm *utc = gmtime(&now);
-    format_text(date.text, "%s, %.2d %s %d %.2d:%.2d:%.2d GMT", ap_day_snames[utc->tm_wday], utc->tm_mday,
-                ap_month_snames[utc->tm_mon], utc->tm_year + 1900, utc->tm_hour, utc->tm_min, utc->tm_sec);
-    return date;
-}
-
 void put_line(TextWriter &header, const char *name, const char *value)
 {
-    put(header, name);
-    put(header, ": ");
-    put(header, value);
-    put(header, "\r\n");
+    for (const char *part : {name, ": ", value, "\r\n"})
+        put(header, part);
+}
+
+// For example Mon, 16 Nov 2026 06:50:17 GMT. The clock is read for each date that is written, so the dates of one header
+// may differ by a second.
+void put_date_line(TextWriter &header, const char *name)
+{
+    time_t now = time(nullptr);
+    const tm *utc = gmtime(&now);
+    for (const char *part : {name, ": ", ap_day_snames[utc->tm_wday], ", "})
+        put(header, part);
+    put_number(header, utc->tm_mday, 2);
+    for (const char *part : {" ", ap_month_snames[utc->tm_mon], " "})
+        put(header, part);
+    put_number(header, utc->tm_year + 1900, 4);
+    put(header, ' ');
+    put_number(header, utc->tm_hour, 2);
+    put(header, ':');
+    put_number(header, utc->tm_min, 2);
+    put(header, ':');
+    put_number(header, utc->tm_sec, 2);
+    put(header, " GMT\r\n");
 }
 
 void put_cache_lines(TextWriter &header, const RequestRecord *request, uint32_t flags)
@@ -133,7 +137,7 @@ void put_cache_lines(TextWriter &header, const RequestRecord *request, uint32_t 
         abort();
     if (strstr(request->protocol, "1.0")) {
         // Two Expires lines on purpose: some old browsers take the date, others the 0.
-        put_line(header, "Expires", current_date().text);
+        put_date_line(header, "Expires");
         put_line(header, "Expires", "0");
         put_line(header, "Pragma", "no-cache");
         return;
@@ -191,14 +195,14 @@ int protocol_header(const RequestRecord *request, char *buffer, int *length_out,
     put(header, "HTTP/1.1 ");
     put(header, status_lines[status_index(status)]);
     put(header, "\r\n");
-    put_line(header, "Date", current_date().text);
+    put_date_line(header, "Date");
     put_line(header, "Server", server_token);
-    put_line(header, "Last-Modified", current_date().text);
+    put_date_line(header, "Last-Modified");
     put_line(header, "Accept-Ranges", "bytes");
     if (content_length > 0) {
-        char digits[16];
-        format_text(digits, "%d", content_length);
-        put_line(header, "Content-Length", digits);
+        put(header, "Content-Length: ");
+        put_number(header, content_length, 1);
+        put(header, "\r\n");
     }
     put_cache_lines(header, request, flags);
     put_line(header, "Content-Type", content_type ? content_type : "text/html");

@@ -71,17 +71,15 @@ int send_header(int socket, const RequestRecord *request, const char *path, Tran
     return send_piece(socket, buffer, size_t(length));
 }
 
-int send_content(int socket, FILE *file, TransferBuffer &buffer)
+int send_content(int socket, const File &file, TransferBuffer &buffer)
 {
-    while (!feof(file)) {
-        size_t count = fread(buffer, 1, sizeof buffer - 1, file);
-        if (count == 0 && ferror(file))
-            return -1;
-        if (count > 0)
-            if (int result = send_piece(socket, buffer, count); result < 0)
-                return result;
+    for (;;) {
+        ssize_t count = read_file(file, buffer, sizeof buffer - 1);
+        if (count <= 0)
+            return int(count);
+        if (int result = send_piece(socket, buffer, size_t(count)); result < 0)
+            return result;
     }
-    return 0;
 }
 
 }
@@ -97,13 +95,13 @@ int uri_file(int socket, RequestRecord *request)
         request->status = 403;
         return -1;
     }
-    File file{fits ? fopen(path, "rb") : nullptr};
-    if (!file.stream) {
+    File file{fits ? path : ""};
+    if (file.descriptor < 0) {
         request->status = 404;
         return -1;
     }
     TransferBuffer buffer;
     if (int result = send_header(socket, request, path, buffer); result < 0)
         return result;
-    return send_content(socket, file.stream, buffer);
+    return send_content(socket, file, buffer);
 }

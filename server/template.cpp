@@ -86,8 +86,9 @@ void include_file(Output &output, const char *install_path, const Directive &dir
     name[name_copy.length] = 0;
 
     html_path(path, install_path, name);
-    if (File file{fopen(path, "rb")}; file.stream) {
-        output.length += fread(output.text + output.length, 1, output.room(), file.stream);
+    if (File file{path}; file.descriptor >= 0) {
+        ssize_t count = read_file(file, output.text + output.length, output.room());
+        output.length += size_t(std::max<ssize_t>(count, 0));
         return;
     }
     log_printf("Failed to open include file %s\n", path);
@@ -129,7 +130,12 @@ int get_install_path(char *buffer, int)
 
 bool html_path(std::span<char> path, const char *install_path, const char *name)
 {
-    return format_text(path, "%s/%s/%s", install_path, "html", name);
+    TextWriter writer{path};
+    for (const char *part : {install_path, "/html/", name})
+        put(writer, part);
+    if (writer.overflow)
+        path[0] = 0;
+    return !writer.overflow;
 }
 
 int load_template(const char *name, char *output, int size, RequestRecord *request)
@@ -144,20 +150,20 @@ int load_template(const char *name, char *output, int size, RequestRecord *reque
         log_printf("Failed to get create template path - too long\n");
         return -1;
     }
-    File file{fopen(path, "rb")};
-    if (!file.stream) {
+    File file{path};
+    if (file.descriptor < 0) {
         request->status = 404;
         format_text(message, "Failed to open or read template %s\n", path);
         return report(request, message);
     }
     size_t limit = size_t(std::min(size, template_size));
-    size_t count = fread(text, 1, limit - 1, file.stream);
-    if (count == 0) {
+    ssize_t count = read_file(file, text, limit - 1);
+    if (count <= 0) {
         format_text(message, "Failed to read %s\n", path);
         return report(request, message);
     }
     // Cannot happen while the read above stays below the limit; guards the NUL against a change there.
-    if (count >= limit)
+    if (size_t(count) >= limit)
         return report(request, "Internal buffer too small for template\n");
     text[count] = 0;
     Output result = {output, limit, 0};

@@ -7,8 +7,8 @@
 #include "tests/support/preloaded.h"
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -101,17 +101,14 @@ SQLRETURN call_odbc(const char *fault, SQLRETURN (*real)(Parameters...), std::ty
     return is(fault, "done") ? SQLRETURN(SQL_ERROR) : result;
 }
 
-size_t read_file(const char *fault, void *buffer, size_t size, size_t items, FILE *file)
+ssize_t read_file(const char *fault, int file, void *buffer, size_t size)
 {
-    static auto real = next_of<decltype(::fread)>("fread");
+    static auto real = next_of<decltype(::read)>("read");
     if (is(fault, "nothing"))
         return 0;
-    if (is(fault, "error")) {
-        // The stream's error indicator, which nothing but a failed read sets.
-        file->_flags |= _IO_ERR_SEEN;
-        return fail(EIO, size_t(0));
-    }
-    return real(buffer, size, is(fault, "short") && items > 10 ? 10 : items, file);
+    if (is(fault, "error"))
+        return fail(EIO, ssize_t(-1));
+    return real(file, buffer, is(fault, "short") && size > 10 ? 10 : size);
 }
 
 ssize_t receive(const char *fault, int socket, void *buffer, size_t size, int flags)
@@ -280,20 +277,24 @@ extern "C" ssize_t send(int socket, const void *bytes, size_t size, int flags)
     return real(socket, bytes, is(fault, "short") ? size / 2 : size, flags);
 }
 
-extern "C" FILE *fopen(const char *path, const char *mode)
+extern "C" int open(const char *path, int flags, ...)
 {
-    REAL(fopen);
-    return *FAULT("fopen") ? fail(EMFILE, nullptr) : real(path, mode);
+    REAL(open);
+    va_list arguments;
+    va_start(arguments, flags);
+    mode_t mode = flags & O_CREAT ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    return *FAULT("open") ? fail(EMFILE, -1) : real(path, flags, mode);
 }
 
-extern "C" size_t fread(void *buffer, size_t size, size_t items, FILE *file)
+extern "C" ssize_t read(int file, void *buffer, size_t size)
 {
-    return read_file(FAULT("fread"), buffer, size, items, file);
+    return read_file(FAULT("read"), file, buffer, size);
 }
 
-extern "C" size_t __fread_chk(void *buffer, size_t, size_t size, size_t items, FILE *file)
+extern "C" ssize_t __read_chk(int file, void *buffer, size_t size, size_t)
 {
-    return read_file(FAULT("fread"), buffer, size, items, file);
+    return read_file(FAULT("read"), file, buffer, size);
 }
 
 extern "C" int stat(const char *path, struct stat *out) noexcept

@@ -56,10 +56,10 @@ FAULTS = {
     # Nothing received within the body ends the body.
     "recv": {"error": CLOSED, "short": set(), "zero": CLOSED},
     "send": {"error": CLOSED | {"cut", "hole"}, "short": {"cut", "hole"}},
-    "fopen": {"error": CLOSED | NO_TEMPLATE_OR_INCLUDE},
-    "fread": {
-        "short": {"cut", "hole"},
-        "nothing": {"hole"} | WITHOUT_TEMPLATE,
+    "open": {"error": CLOSED | NO_TEMPLATE_OR_INCLUDE},
+    "read": {
+        "short": set(),
+        "nothing": {"cut", "hole"} | WITHOUT_TEMPLATE,
         "error": {"cut", "hole"} | WITHOUT_TEMPLATE,
     },
     # The file's length is missing in the header.

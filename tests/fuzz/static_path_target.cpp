@@ -7,13 +7,14 @@
 #include "tests/unit/sockets.h"
 
 #include <algorithm>
+#include <fcntl.h>
 #include <filesystem>
 #include <iterator>
 #include <string>
 #include <string_view>
 
-extern "C" FILE *__real_fopen(const char *path, const char *mode);
-extern "C" FILE *__wrap_fopen(const char *path, const char *mode);
+extern "C" int __real_open(const char *path, int flags, ...);
+extern "C" int __wrap_open(const char *path, int flags, ...);
 
 namespace {
 
@@ -86,15 +87,15 @@ void make_folder()
 }
 
 // Sees every file that the code under test opens.
-FILE *__wrap_fopen(const char *path, const char *mode)
+int __wrap_open(const char *path, int flags, ...)
 {
-    FILE *opened = __real_fopen(path, mode);
-    if (!opened || !strstr(path, TABWARDEN_INSTALL_DIR))
+    int opened = __real_open(path, flags);
+    if (opened < 0 || !strstr(path, TABWARDEN_INSTALL_DIR))
         return opened;
-    std::string real_path = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fileno(opened)));
+    std::string real_path = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(opened));
     std::string html = private_install_path() + "/html";
     PROMISE(real_path == html || real_path.starts_with(html + "/"));
-    PROMISE(strcmp(mode, "rb") == 0);
+    PROMISE(flags == (O_RDONLY | O_CLOEXEC));
     files_opened++;
     return opened;
 }

@@ -90,10 +90,10 @@ bool take_directive(std::string_view &text, std::string &name)
 std::string included(const std::string &name)
 {
     std::string path = std::string(TABWARDEN_INSTALL_DIR) + "/html/" + name, content(template_size, 0);
-    File file{fopen(path.c_str(), "rb")};
-    if (!file.stream)
+    File file{path.c_str()};
+    if (file.descriptor < 0)
         return "<p>Include file " + path + " not found/readable";
-    content.resize(fread(content.data(), 1, content.size(), file.stream));
+    content.resize(size_t(std::max<ssize_t>(0, read_file(file, content.data(), content.size()))));
     return content;
 }
 
