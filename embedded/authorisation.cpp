@@ -127,8 +127,8 @@ void install_authoriser(Connection &connection)
 
 static unsigned granted_privileges(Connection &connection, const TableName &name)
 {
-    Query query(connection.database, "select privilege from \"nordvale.system.tableprv\" where catalog = ? and "
-                                     "schema = ? and \"table\" = ? and grantee in (?, 'public')");
+    Query query(connection.own, "select privilege from \"nordvale.system.tableprv\" where catalog = ? and "
+                                "schema = ? and \"table\" = ? and grantee in (?, 'public')");
     unsigned privileges = 0;
     bind(query, {name.catalog, name.schema, name.table, connection.user});
     while (step(query))
@@ -153,7 +153,7 @@ static bool find_access(Connection &connection, const TableName &name, TableAcce
         return false;
     }
     TableName registered;
-    if (!find_table(connection.database, name, registered))
+    if (!find_table(connection.own, name, registered))
         return false;
     access.shown = shown_name(registered);
     access.privileges = connection.administrator ? unsigned{privilege_all} : granted_privileges(connection, name);
@@ -162,7 +162,7 @@ static bool find_access(Connection &connection, const TableName &name, TableAcce
 
 SQLRETURN require_user(Connection &connection, Diagnostics &diagnostics)
 {
-    Query query(connection.database, "select 1 from \"nordvale.system.user\" where username = ?");
+    Query query(connection.own, "select 1 from \"nordvale.system.user\" where username = ?");
     bind(query, {connection.user});
     return step(query) ? SQLRETURN{SQL_SUCCESS}
                        : fail(diagnostics, "28000", "User " + connection.user + " no longer exists");
@@ -220,7 +220,7 @@ SQLRETURN check_program(Connection &connection, Diagnostics &diagnostics, const 
 {
     std::vector<int64_t> pages = opened_pages(connection.database, sql);
     const std::vector<TableAccess> &known = connection.access.tables;
-    Query schema(connection.database, "select tbl_name, rootpage from sqlite_schema");
+    Query schema(connection.own, "select tbl_name, rootpage from sqlite_schema");
     while (!pages.empty() && step(schema)) {
         std::string table = text_column(schema, 0);
         // SQLite itself counts the rows of autoincrement columns there.

@@ -137,8 +137,8 @@ static void add_text_or_null(Result &result, const char *text)
 static std::vector<TableName> matching_tables(Statement &statement, const NamePattern &pattern, bool users, bool system)
 {
     std::vector<TableName> names;
-    Query query(statement.connection->database, "select catalog, schema, \"table\" from \"nordvale.system.table\" "
-                                                "order by catalog, schema, \"table\"");
+    Query query(statement.connection->own, "select catalog, schema, \"table\" from \"nordvale.system.table\" "
+                                           "order by catalog, schema, \"table\"");
     while (users && step(query)) {
         TableName name{text_column(query, 0), text_column(query, 1), text_column(query, 2)};
         if (matches(pattern, name))
@@ -169,9 +169,9 @@ static bool list_form(Statement &statement, Result &result, const CatalogArgumen
     if (!catalogs && !schemas)
         return false;
     const char *column = catalogs ? "catalog" : "schema";
-    Query query(statement.connection->database, std::string("select distinct ") + column +
-                                                    " from \"nordvale.system.table\" union select " +
-                                                    (catalogs ? "'nordvale'" : "'system'") + " order by 1");
+    Query query(statement.connection->own, std::string("select distinct ") + column +
+                                               " from \"nordvale.system.table\" union select " +
+                                               (catalogs ? "'nordvale'" : "'system'") + " order by 1");
     while (step(query)) {
         add_nulls(result, catalogs ? 0 : 1);
         add_text(result, text_column(query, 0));
@@ -245,8 +245,7 @@ EXPORTED SQLRETURN SQL_API SQLColumns(SQLHSTMT handle, SQLCHAR *catalog, SQLSMAL
     std::optional<std::string> column_pattern = optional_text(column, column_length);
     Result &result = begin_result(statement, columns_columns);
     for (const TableName &name : matching_tables(statement, pattern_of(statement, arguments), true, true)) {
-        Query query(statement.connection->database,
-                    "select name, type, \"notnull\", dflt_value, cid from pragma_table_info(?)");
+        Query query(statement.connection->own, "select name, type, \"notnull\", dflt_value, cid from pragma_table_info(?)");
         bind(query, {stored_name(name)});
         while (step(query))
             if (matches_part(column_pattern, text_column(query, 0), statement.metadata_id == SQL_TRUE))
@@ -263,14 +262,14 @@ EXPORTED SQLRETURN SQL_API SQLTablePrivileges(SQLHSTMT handle, SQLCHAR *catalog,
     Statement &statement = statement_of(handle);
     if (!may_call(statement, "{SQLTablePrivileges}"))
         return SQL_ERROR;
-    const Connection &connection = *statement.connection;
+    Connection &connection = *statement.connection;
     CatalogArguments arguments{optional_text(catalog, catalog_length), optional_text(schema, schema_length),
                                optional_text(table, table_length), {}};
     NamePattern pattern = pattern_of(statement, arguments);
     Result &result = begin_result(statement, privileges_columns);
-    Query query(connection.database, "select catalog, schema, \"table\", grantor, grantee, privilege "
-                                     "from \"nordvale.system.tableprv\" where ?1 = '1' or grantee in (?2, 'public') "
-                                     "order by catalog, schema, \"table\", privilege, grantee");
+    Query query(connection.own, "select catalog, schema, \"table\", grantor, grantee, privilege "
+                                "from \"nordvale.system.tableprv\" where ?1 = '1' or grantee in (?2, 'public') "
+                                "order by catalog, schema, \"table\", privilege, grantee");
     bind(query, {connection.administrator ? "1" : "0", connection.user});
     while (step(query)) {
         TableName name{text_column(query, 0), text_column(query, 1), text_column(query, 2)};
@@ -291,7 +290,7 @@ EXPORTED SQLRETURN SQL_API SQLPrimaryKeys(SQLHSTMT handle, SQLCHAR *catalog, SQL
     TableName name{text_argument(catalog, catalog_length), text_argument(schema, schema_length),
                    text_argument(table, table_length)};
     Result &result = begin_result(statement, keys_columns);
-    Query query(statement.connection->database, "select name, pk from pragma_table_info(?) where pk > 0 order by pk");
+    Query query(statement.connection->own, "select name, pk from pragma_table_info(?) where pk > 0 order by pk");
     bind(query, {stored_name(name)});
     while (step(query)) {
         add_texts(result, {name.catalog, name.schema, name.table, text_column(query, 0)});

@@ -48,7 +48,7 @@ static SQLRETURN open_database(Connection &connection, const LogIn &log_in)
     if (result == SQLITE_OK) {
         sqlite3_busy_timeout(database, longest_wait);
         if (is_our_database(database)) {
-            connection.database = database;
+            connection.database = connection.own.database = database;
             return SQL_SUCCESS;
         }
         result = sqlite3_errcode(database);
@@ -83,7 +83,7 @@ static SQLRETURN check_log_in(Connection &connection, const LogIn &log_in)
 {
     // Everybody's name has no password and is never a way in; an ordinary user "Public" is another name.
     std::string spelled, administrator;
-    bool known = log_in.user != "public" && find_user(connection.database, log_in.user, spelled);
+    bool known = log_in.user != "public" && find_user(connection.own, log_in.user, spelled);
     Query password(connection.database, "select password from \"nordvale.system.user\" "
                                         "where username = ? and password is not null");
     bind(password, {spelled});
@@ -102,6 +102,7 @@ static SQLRETURN check_log_in(Connection &connection, const LogIn &log_in)
 static void disconnect(Connection &connection)
 {
     free_statements(connection);
+    free_own_statements(connection.own);
     sqlite3_close_v2(connection.database);
     if (connection.log >= 0)
         close(connection.log);

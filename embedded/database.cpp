@@ -2,14 +2,41 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
+
 Query::Query(sqlite3 *database, std::string_view sql)
 {
     sqlite3_prepare_v2(database, sql.data(), static_cast<int>(sql.size()), &prepared, nullptr);
 }
 
+Query::Query(OwnStatements &statements, std::string_view sql) : own(&statements)
+{
+    auto known = std::find_if(own->idle.begin(), own->idle.end(),
+                              [&](sqlite3_stmt *statement) { return sql == sqlite3_sql(statement); });
+    if (known == own->idle.end()) {
+        sqlite3_prepare_v2(own->database, sql.data(), static_cast<int>(sql.size()), &prepared, nullptr);
+        return;
+    }
+    prepared = *known;
+    own->idle.erase(known);
+}
+
 Query::~Query()
 {
-    sqlite3_finalize(prepared);
+    if (own == nullptr || prepared == nullptr) {
+        sqlite3_finalize(prepared);
+        return;
+    }
+    // At once: until then it would keep its transaction open.
+    sqlite3_reset(prepared);
+    own->idle.push_back(prepared);
+}
+
+void free_own_statements(OwnStatements &own)
+{
+    for (sqlite3_stmt *statement : own.idle)
+        sqlite3_finalize(statement);
+    own = {};
 }
 
 void bind(Query &query, std::initializer_list<std::string_view> texts)
@@ -24,9 +51,8 @@ bool step(Query &query)
     return query.prepared != nullptr && sqlite3_step(query.prepared) == SQLITE_ROW;
 }
 
-bool run(sqlite3 *database, std::string_view sql, std::initializer_list<std::string_view> texts)
+static bool run(Query &query, std::initializer_list<std::string_view> texts)
 {
-    Query query(database, sql);
     if (query.prepared == nullptr)
         return false;
     bind(query, texts);
@@ -34,6 +60,18 @@ bool run(sqlite3 *database, std::string_view sql, std::initializer_list<std::str
     while (result == SQLITE_ROW)
         result = sqlite3_step(query.prepared);
     return result == SQLITE_DONE;
+}
+
+bool run(sqlite3 *database, std::string_view sql, std::initializer_list<std::string_view> texts)
+{
+    Query query(database, sql);
+    return run(query, texts);
+}
+
+bool run(OwnStatements &own, std::string_view sql, std::initializer_list<std::string_view> texts)
+{
+    Query query(own, sql);
+    return run(query, texts);
 }
 
 std::string text_column(Query &query, int column)

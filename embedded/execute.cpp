@@ -135,7 +135,7 @@ static SQLRETURN run_definition(Statement &statement, const TranslatedStatement 
         return SQL_ERROR;
     if (is_system_name(name))
         return fail(statement.diagnostics, "42000", "Tables of nordvale.system are neither created nor dropped");
-    bool exists = find_table(connection.database, name, registered);
+    bool exists = find_table(connection.own, name, registered);
     if (exists == creates && translated.if_exists)
         return SQL_SUCCESS;
     if (exists && creates)
@@ -145,7 +145,7 @@ static SQLRETURN run_definition(Statement &statement, const TranslatedStatement 
     if (run_statement(statement, translated) != SQL_SUCCESS)
         return SQL_ERROR;
     close_cursor(statement);
-    bool recorded = creates ? register_table(connection.database, name) : unregister_table(connection.database, name);
+    bool recorded = creates ? register_table(connection.own, name) : unregister_table(connection.own, name);
     return recorded ? SQL_SUCCESS : fail_with_sqlite(statement.diagnostics, connection.database);
 }
 
@@ -161,12 +161,12 @@ static SQLRETURN run_grant(Statement &statement, const TranslatedStatement &tran
         return SQL_ERROR;
     if (is_system_name(translated.tables.front()))
         return fail(statement.diagnostics, "42000", "Privileges on tables of nordvale.system are fixed");
-    if (!find_table(connection.database, translated.tables.front(), table))
+    if (!find_table(connection.own, translated.tables.front(), table))
         return fail(statement.diagnostics, "42S02", "There is no table " + shown_name(translated.tables.front()));
-    if (grants && grantee != "public" && !find_user(connection.database, translated.grantee, grantee))
+    if (grants && grantee != "public" && !find_user(connection.own, translated.grantee, grantee))
         return fail(statement.diagnostics, "42000", "There is no user " + translated.grantee);
-    bool done = grants ? grant_privileges(connection.database, table, translated.privileges, connection.user, grantee)
-                       : revoke_privileges(connection.database, table, translated.privileges, grantee);
+    bool done = grants ? grant_privileges(connection.own, table, translated.privileges, connection.user, grantee)
+                       : revoke_privileges(connection.own, table, translated.privileges, grantee);
     return done ? SQL_SUCCESS : fail_with_sqlite(statement.diagnostics, connection.database);
 }
 

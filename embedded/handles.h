@@ -3,6 +3,7 @@
 #pragma once
 
 #include "authorisation.h"
+#include "database.h"
 #include "diagnostics.h"
 #include "result.h"
 
@@ -26,6 +27,7 @@ struct Connection {
     Diagnostics diagnostics;
     Environment *environment = nullptr;
     sqlite3 *database = nullptr;        // null: not connected
+    OwnStatements own;
     std::string data_source, file;
     std::string user;                   // as nordvale.system.user spells it
     bool administrator = false;

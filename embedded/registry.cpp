@@ -3,9 +3,9 @@
 #include "authorisation.h"
 #include "database.h"
 
-bool find_table(sqlite3 *database, const TableName &name, TableName &registered)
+bool find_table(OwnStatements &own, const TableName &name, TableName &registered)
 {
-    Query query(database, "select catalog, schema, \"table\" from \"nordvale.system.table\" "
+    Query query(own, "select catalog, schema, \"table\" from \"nordvale.system.table\" "
                           "where catalog = ? and schema = ? and \"table\" = ?");
     bind(query, {name.catalog, name.schema, name.table});
     if (!step(query))
@@ -14,23 +14,23 @@ bool find_table(sqlite3 *database, const TableName &name, TableName &registered)
     return true;
 }
 
-bool register_table(sqlite3 *database, const TableName &name)
+bool register_table(OwnStatements &own, const TableName &name)
 {
-    return run(database, "insert into \"nordvale.system.table\" values (?, ?, ?)",
+    return run(own, "insert into \"nordvale.system.table\" values (?, ?, ?)",
                {name.catalog, name.schema, name.table});
 }
 
-bool unregister_table(sqlite3 *database, const TableName &name)
+bool unregister_table(OwnStatements &own, const TableName &name)
 {
-    return run(database, "delete from \"nordvale.system.tableprv\" where catalog = ? and schema = ? and \"table\" = ?",
+    return run(own, "delete from \"nordvale.system.tableprv\" where catalog = ? and schema = ? and \"table\" = ?",
                {name.catalog, name.schema, name.table}) &&
-           run(database, "delete from \"nordvale.system.table\" where catalog = ? and schema = ? and \"table\" = ?",
+           run(own, "delete from \"nordvale.system.table\" where catalog = ? and schema = ? and \"table\" = ?",
                {name.catalog, name.schema, name.table});
 }
 
-bool find_user(sqlite3 *database, const std::string &name, std::string &spelled)
+bool find_user(OwnStatements &own, const std::string &name, std::string &spelled)
 {
-    Query query(database, "select username from \"nordvale.system.user\" where username = ?1 or "
+    Query query(own, "select username from \"nordvale.system.user\" where username = ?1 or "
                           "(username = ?1 collate nocase and username <> 'public') order by username <> ?1");
     bind(query, {name});
     if (!step(query))
@@ -39,28 +39,28 @@ bool find_user(sqlite3 *database, const std::string &name, std::string &spelled)
     return true;
 }
 
-bool grant_privileges(sqlite3 *database, const TableName &table, unsigned privileges, const std::string &grantor,
+bool grant_privileges(OwnStatements &own, const TableName &table, unsigned privileges, const std::string &grantor,
                       const std::string &grantee)
 {
     for (unsigned privilege = privilege_select; privilege <= privilege_delete; privilege <<= 1) {
         if ((privileges & privilege) != 0 &&
-            !run(database, "insert or ignore into \"nordvale.system.tableprv\" values (?, ?, ?, ?, ?, ?)",
+            !run(own, "insert or ignore into \"nordvale.system.tableprv\" values (?, ?, ?, ?, ?, ?)",
                  {table.catalog, table.schema, table.table, grantor, grantee, recorded_privilege(privilege)}))
             return false;
     }
     return true;
 }
 
-bool revoke_privileges(sqlite3 *database, const TableName &table, unsigned privileges, const std::string &grantee)
+bool revoke_privileges(OwnStatements &own, const TableName &table, unsigned privileges, const std::string &grantee)
 {
     std::string spelled;
-    bool known = grantee == "public" || find_user(database, grantee, spelled);
+    bool known = grantee == "public" || find_user(own, grantee, spelled);
     std::string sql = "delete from \"nordvale.system.tableprv\" where catalog = ? and schema = ? and \"table\" = ? "
                       "and privilege = ? and ";
     sql += known ? "grantee = ?" : "grantee = ? collate nocase and grantee <> 'public'";
     for (unsigned privilege = privilege_select; privilege <= privilege_delete; privilege <<= 1) {
         if ((privileges & privilege) != 0 &&
-            !run(database, sql, {table.catalog, table.schema, table.table, recorded_privilege(privilege),
+            !run(own, sql, {table.catalog, table.schema, table.table, recorded_privilege(privilege),
                                  spelled.empty() ? grantee : spelled}))
             return false;
     }

@@ -13,7 +13,7 @@ SQLRETURN begin_step(Connection &connection, Diagnostics &diagnostics, bool chan
     step.savepoint = in_transaction(connection);
     step.whole = !step.savepoint && (connection.autocommit || !changes);
     const char *sql = step.savepoint ? "savepoint step" : changes ? "begin immediate" : "begin";
-    return run(connection.database, sql) ? SQL_SUCCESS : fail_with_sqlite(diagnostics, connection.database);
+    return run(connection.own, sql) ? SQL_SUCCESS : fail_with_sqlite(diagnostics, connection.database);
 }
 
 SQLRETURN end_step(Connection &connection, Diagnostics &diagnostics, const Step &step, SQLRETURN result)
@@ -22,23 +22,23 @@ SQLRETURN end_step(Connection &connection, Diagnostics &diagnostics, const Step 
     if (!in_transaction(connection))        // SQLite has rolled back everything by itself
         return result;
     if (!SQL_SUCCEEDED(result)) {
-        run(database, step.savepoint ? "rollback to step" : "rollback");
+        run(connection.own, step.savepoint ? "rollback to step" : "rollback");
         if (step.savepoint)
-            run(database, "release step");
+            run(connection.own, "release step");
         return result;
     }
     if (step.savepoint)
-        return run(database, "release step") ? result : fail_with_sqlite(diagnostics, database);
-    if (!step.whole || run(database, "commit"))
+        return run(connection.own, "release step") ? result : fail_with_sqlite(diagnostics, database);
+    if (!step.whole || run(connection.own, "commit"))
         return result;
     SQLRETURN failure = fail_with_sqlite(diagnostics, database);
-    run(database, "rollback");
+    run(connection.own, "rollback");
     return failure;
 }
 
 SQLRETURN end_transaction(Connection &connection, Diagnostics &diagnostics, bool commit)
 {
-    if (!in_transaction(connection) || run(connection.database, commit ? "commit" : "rollback"))
+    if (!in_transaction(connection) || run(connection.own, commit ? "commit" : "rollback"))
         return SQL_SUCCESS;
     return fail_with_sqlite(diagnostics, connection.database);
 }
