@@ -120,11 +120,6 @@ static int authorise(void *context, int action, const char *first, const char *s
     }
 }
 
-void install_authoriser(Connection &connection)
-{
-    sqlite3_set_authorizer(connection.database, authorise, &connection);
-}
-
 static unsigned granted_privileges(Connection &connection, const TableName &name)
 {
     Query query(connection.own, "select privilege from \"nordvale.system.tableprv\" where catalog = ? and "
@@ -215,22 +210,62 @@ static std::vector<int64_t> opened_pages(sqlite3 *database, const std::string &s
     return pages;
 }
 
+// What was read of the schema holds as long as SQLite itself keeps it: until its version changes or a transaction is
+// rolled back, which gives a version back for another schema.
+static void forget_root_pages(void *context)
+{
+    static_cast<Connection *>(context)->root_pages = {};
+}
+
+static void refresh_root_pages(Connection &connection)
+{
+    Query query(connection.own, "pragma schema_version");
+    int64_t version = step(query) ? sqlite3_column_int64(query.prepared, 0) : -1;
+    if (version < 0 || version != connection.root_pages.schema_version)
+        connection.root_pages = {version, 0, {}};
+}
+
+// The table whose rows or index begin on this page; empty: none. Reads the schema on from where it was left, so that
+// each of its lines is read once at most.
+static std::string table_on_page(Connection &connection, int64_t page)
+{
+    RootPages &known = connection.root_pages;
+    if (auto found = known.tables.find(page); found != known.tables.end())
+        return found->second;
+    Query schema(connection.own, "select rowid, tbl_name, rootpage from sqlite_schema where rowid > ? order by rowid");
+    sqlite3_bind_int64(schema.prepared, 1, known.last_row);
+    while (step(schema)) {
+        known.last_row = sqlite3_column_int64(schema.prepared, 0);
+        int64_t root = sqlite3_column_int64(schema.prepared, 2);
+        if (root == 0)      // a trigger has no page, nor has a virtual table
+            continue;
+        known.tables[root] = text_column(schema, 1);
+        if (root == page)
+            return known.tables[root];
+    }
+    return {};
+}
+
 // SQLite does not ask the authoriser about columns that only "natural" and "using" name, nor about a copied table.
 SQLRETURN check_program(Connection &connection, Diagnostics &diagnostics, const std::string &sql)
 {
-    std::vector<int64_t> pages = opened_pages(connection.database, sql);
     const std::vector<TableAccess> &known = connection.access.tables;
-    Query schema(connection.own, "select tbl_name, rootpage from sqlite_schema");
-    while (!pages.empty() && step(schema)) {
-        std::string table = text_column(schema, 0);
+    refresh_root_pages(connection);
+    for (int64_t page : opened_pages(connection.database, sql)) {
+        std::string table = table_on_page(connection, page);
         // SQLite itself counts the rows of autoincrement columns there.
-        if (table == "sqlite_sequence" ||
-            std::any_of(known.begin(), known.end(),
-                        [&](const TableAccess &one) { return same_name(one.stored, table); }))
-            std::erase(pages, sqlite3_column_int64(schema.prepared, 1));
+        if (table != "sqlite_sequence" &&
+            std::none_of(known.begin(), known.end(),
+                         [&](const TableAccess &one) { return same_name(one.stored, table); }))
+            return fail(diagnostics, "42000", "The statement reads a table that it does not name");
     }
-    return pages.empty() ? SQLRETURN{SQL_SUCCESS}
-                         : fail(diagnostics, "42000", "The statement reads a table that it does not name");
+    return SQL_SUCCESS;
+}
+
+void install_authoriser(Connection &connection)
+{
+    sqlite3_set_authorizer(connection.database, authorise, &connection);
+    sqlite3_rollback_hook(connection.database, forget_root_pages, &connection);
 }
 
 SQLRETURN require_administrator(Connection &connection, Diagnostics &diagnostics, const std::string &action)

@@ -14,7 +14,9 @@
 #include "diagnostics.h"
 #include "sql_translate.h"
 
+#include <cstdint>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 struct Connection;
@@ -34,7 +36,14 @@ struct Access {
     std::string denial;                 // set by the authoriser: what was refused, as a sentence
 };
 
-// Installs the authoriser on the connection's database.
+// The pages on which the rows and the indexes of tables begin, as far as SQLite's schema has been read.
+struct RootPages {
+    int64_t schema_version = -1;
+    int64_t last_row = 0;               // of sqlite_schema
+    std::unordered_map<int64_t, std::string> tables;
+};
+
+// Installs the authoriser on the connection's database, and what makes its root pages forgotten with a rollback.
 void install_authoriser(Connection &connection);
 
 // Looks up the tables of `statement` for the connection's user, in the transaction that is open. Fills

@@ -108,6 +108,7 @@ static void disconnect(Connection &connection)
         close(connection.log);
     connection.database = nullptr;
     connection.log = -1;
+    connection.root_pages = {};
     connection.user.clear();
     connection.administrator = false;
 }

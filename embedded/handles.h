@@ -33,6 +33,7 @@ struct Connection {
     bool administrator = false;
     bool autocommit = true;
     int log = -1;                       // descriptor of the statement log; -1: none
+    RootPages root_pages;
     Access access;                      // what the statement that is being compiled or run may do
     std::vector<Statement *> statements;    // freed with the connection's end
     SQLUINTEGER login_timeout = 0, access_mode = SQL_MODE_READ_WRITE;

@@ -157,6 +157,18 @@ def test_a_statement_that_only_looks_like_a_trick_is_served(walled, statement, r
     assert [tuple(row) for row in walled[1].execute(statement, *parameters).fetchall()] == rows
 
 
+@pytest.mark.parametrize("user, password, table", [("anna", "pw", "mine"), ("admin", "secret", "mine"),
+                                                   ("admin", "secret", "nordvale.system.user")])
+def test_a_table_of_sqlite_s_own_is_not_opened_beside_any_other(walled, user, password, table):
+    import pyodbc
+    connection = walled[0].connect(user, password)
+    with pytest.raises(pyodbc.Error) as raised:
+        connection.execute(f"select value from (select null as value from {table}) q natural full join json_each "
+                           "where (with json_each as (select 1) select 1)")
+    assert "reads a table that it does not name" in raised.value.args[1]
+    connection.close()
+
+
 def test_an_autoincrement_column_counts(staffed):
     staffed.execute("create table counted (id integer primary key autoincrement, b)", "grant all on counted to anna")
     staffed.execute("insert into counted (b) values (1)", "insert into counted (b) values (2)", user="anna", password="pw")

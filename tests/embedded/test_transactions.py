@@ -1,10 +1,11 @@
 import ctypes
+import shutil
 import subprocess
 import sys
 
 import pytest
 
-from direct_driver import pointer, short
+from direct_driver import NULL, pointer, short
 from narrow_odbc import SQL_ERROR, SQL_HANDLE_DBC, SQL_HANDLE_STMT, SQL_SUCCESS
 
 AUTOCOMMIT, COMMIT, ROLLBACK = 102, 0, 1
@@ -54,6 +55,41 @@ def test_rollback_undoes_rows_tables_and_grants(two):
     assert names(other) == ["nail", "screw"]
     assert other.execute("select count(*) from nordvale.system.table").fetchall()[0][0] == 1
     assert other.execute("select count(*) from nordvale.system.tableprv").fetchall()[0][0] == 0
+
+
+def test_a_table_is_served_where_another_one_was_rolled_back(two):
+    manual, other = two
+    manual.execute("create table never (a)")
+    assert manual.execute("select * from never").fetchall() == []
+    manual.rollback()
+    other.execute("create table instead (a)")
+    assert manual.execute("select * from instead").fetchall() == []
+
+
+def test_a_table_is_served_where_another_one_was_dropped_meanwhile(two):
+    manual, other = two
+    assert names(manual) == ["nail", "screw"]
+    other.execute("drop table shop.stock.item")
+    other.execute("create table instead (a)")
+    assert manual.execute("select * from instead").fetchall() == []
+
+
+def test_a_handle_that_connects_to_another_file_serves_that_ones_tables(source, driver):
+    def connect(file):
+        driver.call("SQLDisconnect", driver.dbc)
+        string = f"Database={file};UID=admin;PWD=secret".encode()
+        assert driver.call("SQLDriverConnect", driver.dbc, NULL, string, short(-3), NULL, short(0), NULL, 0) == SQL_SUCCESS
+        driver.stmt = driver.allocate(SQL_HANDLE_STMT, driver.dbc)
+
+    other = source.folder / "other.db"
+    shutil.copy(source.database, other)
+    for file, table in ((source.database, "here"), (other, "there")):
+        connect(file)
+        driver.execute(f"create table {table} (a)")
+    connect(source.database)
+    driver.execute("select * from here")
+    connect(other)
+    driver.execute("select * from there")
 
 
 def test_a_failed_statement_undoes_itself_alone(two):
