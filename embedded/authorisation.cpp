@@ -136,6 +136,7 @@ static unsigned granted_privileges(Connection &connection, const TableName &name
 // False: there is no such table.
 static bool find_access(Connection &connection, const TableName &name, TableAccess &access)
 {
+    access.registered = name;
     access.stored = stored_name(name);
     access.shown = shown_name(name);
     if (is_system_name(name)) {
@@ -147,10 +148,9 @@ static bool find_access(Connection &connection, const TableName &name, TableAcce
         }
         return false;
     }
-    TableName registered;
-    if (!find_table(connection.own, name, registered))
+    if (!find_table(connection.own, name, access.registered))
         return false;
-    access.shown = shown_name(registered);
+    access.shown = shown_name(access.registered);
     access.privileges = connection.administrator ? unsigned{privilege_all} : granted_privileges(connection, name);
     return true;
 }

@@ -23,8 +23,9 @@ struct Connection;
 struct sqlite3;
 
 struct TableAccess {
+    TableName registered;   // the name as it was registered, whose letter case may differ from the statement's
     std::string stored;     // the SQLite name
-    std::string shown;      // the name for messages, as the table was registered
+    std::string shown;      // the registered name for messages
     unsigned privileges;
 };
 

@@ -153,16 +153,14 @@ static SQLRETURN run_grant(Statement &statement, const TranslatedStatement &tran
 {
     Connection &connection = *statement.connection;
     bool grants = translated.kind == StatementKind::grant;
-    TableName table;
+    const TableName &table = connection.access.tables.back().registered;
     std::string grantee = translated.grantee;
 
     if (require_administrator(connection, statement.diagnostics,
                               grants ? "grant privileges" : "revoke privileges") < 0)
         return SQL_ERROR;
-    if (is_system_name(translated.tables.front()))
+    if (is_system_name(table))
         return fail(statement.diagnostics, "42000", "Privileges on tables of nordvale.system are fixed");
-    if (!find_table(connection.own, translated.tables.front(), table))
-        return fail(statement.diagnostics, "42S02", "There is no table " + shown_name(translated.tables.front()));
     if (grants && grantee != "public" && !find_user(connection.own, translated.grantee, grantee))
         return fail(statement.diagnostics, "42000", "There is no user " + translated.grantee);
     bool done = grants ? grant_privileges(connection.own, table, translated.privileges, connection.user, grantee)
