@@ -30,13 +30,17 @@ bool unregister_table(OwnStatements &own, const TableName &name)
 
 bool find_user(OwnStatements &own, const std::string &name, std::string &spelled)
 {
-    Query query(own, "select username from \"nordvale.system.user\" where username = ?1 or "
-                          "(username = ?1 collate nocase and username <> 'public') order by username <> ?1");
-    bind(query, {name});
-    if (!step(query))
-        return false;
-    spelled = text_column(query, 0);
-    return true;
+    for (const char *sql : {"select username from \"nordvale.system.user\" where username = ?",
+                            "select username from \"nordvale.system.user\" "
+                            "where username = ? collate nocase and username <> 'public'"}) {
+        Query query(own, sql);
+        bind(query, {name});
+        if (!step(query))
+            continue;
+        spelled = text_column(query, 0);
+        return true;
+    }
+    return false;
 }
 
 bool grant_privileges(OwnStatements &own, const TableName &table, unsigned privileges, const std::string &grantor,
