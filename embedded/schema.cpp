@@ -14,7 +14,7 @@
 // A user's name is unique without regard to case, as log-in compares it; only the name of everybody, "public", leaves
 // room for an ordinary user "Public". Catalog, schema and table have the collation of SQLite's own names. The tables
 // without rowid are kept in the order of their keys, so lists of tables come by name without sorting, and each of the
-// four privileges of a table is one look-up.
+// four privileges of a table is one look-up. With "in" instead of "or", each insert would fill a temporary table first.
 constexpr const char *schema = R"(
 pragma application_id = 1413632846;
 pragma user_version = 1;
@@ -39,7 +39,8 @@ create table "nordvale.system.tableprv" (
     "table" varchar(128) not null collate nocase,
     grantor varchar(128) not null,
     grantee varchar(128) not null,
-    privilege varchar(6) not null check (privilege in ('SELECT', 'INSERT', 'UPDATE', 'DELETE')),
+    privilege varchar(6) not null check (privilege = 'SELECT' or privilege = 'INSERT' or privilege = 'UPDATE' or
+                                         privilege = 'DELETE'),
     primary key ("catalog", "schema", "table", grantee, privilege)) without rowid;
 
 create table "nordvale.system.sysinfo" (
