@@ -4,7 +4,7 @@ from cases import Case, Side
 from deeds import deeds_by_source
 from place import stopped
 from same_calls import check_same_calls
-from sources import KINDS
+from sources import KINDS, filled_source
 
 from support.server import RunningServer
 
@@ -12,11 +12,11 @@ from support.server import RunningServer
 FEW_AIM, MANY, MANY_AIM = 1.25, 1000, 1.1
 
 # Some cases take seconds, and there are many of them.
-SECONDS, LEAST_TURNS = 6, 3
+SECONDS, LEAST_TURNS = 5, 3
 
 
 def block(source, deed):
-    """Requests that take some 30 milliseconds together, but what is put back is put back behind each."""
+    """Requests that take some 30 milliseconds together; one alone where something is put back before each."""
     return 5 if source.kind == "embedded" and deed.size <= MANY and not deed.put_back else 1
 
 
@@ -39,17 +39,11 @@ def case(source, deed):
             )
 
 
-def cases_of(source, deeds):
-    try:
-        for deed in deeds:
-            yield from case(source, deed)
-    finally:
-        source.remove()
-
-
 def cases(wants, _):
     """Each with its servers, which end when the next one is asked for, and the data source with the last of its cases."""
     check_same_calls(wants)
-    for make in KINDS.values():
+    for kind in KINDS:
         for filled, same_source in deeds_by_source(wants):
-            yield from cases_of(make(**filled), same_source)
+            with filled_source(kind, filled) as source:
+                for deed in same_source:
+                    yield from case(source, deed)

@@ -5,7 +5,7 @@ import socket
 import sys
 
 from deeds import deeds_by_source
-from sources import KINDS
+from sources import KINDS, filled_source
 
 from support.server import BUILD, RunningServer, read_all
 
@@ -46,11 +46,8 @@ def compare(source, deed):
 
 def check_same_calls(wants):
     """Ends the program where the two differ in a deed of such a name."""
-    for kind, make in KINDS.items():
+    for kind in KINDS:
         for filled, same_source in deeds_by_source(wants, (TABLES,), TABLES):
-            source = make(**filled)
-            try:
+            with filled_source(kind, filled) as source:
                 calls = {deed.name: compare(source, deed) for deed in same_source}
-            finally:
-                source.remove()
             print(f"bench: {kind}: same calls:", ", ".join(f"{name} {count:,}" for name, count in calls.items()))

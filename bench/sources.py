@@ -8,7 +8,7 @@ files are in memory: a disk's flushes would hide everything else.
 import shutil
 import sqlite3
 import tempfile
-from contextlib import closing
+from contextlib import closing, contextmanager
 from pathlib import Path
 
 from support import postgresql
@@ -40,8 +40,10 @@ def description(user):
 class Embedded:
     kind = "embedded"
 
-    def __init__(self, users=0, tables=0):
+    def __init__(self):
         self.folder = Path(tempfile.mkdtemp(prefix="tabwarden-bench-", dir=roomy_folder()))
+
+    def fill(self, users=0, tables=0):
         self.environment = list_sources([NAME], self.folder, logged=False)
         self.source = Source(NAME, self.folder)
         self.source.create()
@@ -96,11 +98,12 @@ class Postgresql:
 
     kind = "postgresql"
 
-    def __init__(self, users=0, tables=0):
+    def __init__(self):
         self.server = PrivatePostgresql()
+
+    def fill(self, users=0, tables=0):
         self.folder = self.server.folder / "odbc"
         self.environment = postgresql.list_sources(self.folder, self.server.port, **{NAME: {}})
-        self.tables = tables
         self.server.execute(
             f"create role {ADMINISTRATOR} login createrole password '{PASSWORD}';"
             f"create database {NAME} owner {ADMINISTRATOR}"
@@ -162,3 +165,14 @@ class Postgresql:
 
 
 KINDS = {made.kind: made for made in (Embedded, Postgresql)}
+
+
+@contextmanager
+def filled_source(kind, filled):
+    """Gives a source with so many "users" or "tables" in it, and removes it in the end."""
+    source = KINDS[kind]()
+    try:
+        source.fill(**filled)
+        yield source
+    finally:
+        source.remove()
