@@ -1,5 +1,5 @@
-// answer_loop PORT ANSWERFILE PIECE: a bare loop that sends the file's bytes to whoever asks. It sends them as tabwarden
-// does: the header block by itself, then pieces of that many bytes.
+// answer_loop PORT ANSWERFILE PIECE END: a bare loop that sends the file's bytes to whoever asks. It sends them as
+// tabwarden does: the header block by itself, then pieces of that many bytes. Its children end with END, exit or _exit.
 
 #include "bench/loop.h"
 #include "bench/walks.h"
@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace {
 
@@ -46,12 +47,12 @@ void answer(int connection)
 
 int main(int argc, char **argv)
 {
-    if (argc != 4 || !read_answer(argv[2])) {
-        fputs("Usage: answer_loop PORT ANSWERFILE PIECE\n", stderr);
+    if (argc != 5 || !read_answer(argv[2])) {
+        fputs("Usage: answer_loop PORT ANSWERFILE PIECE END\n", stderr);
         return 2;
     }
     auto end = static_cast<const char *>(memmem(bytes, length, header_end, strlen(header_end)));
     header_length = end ? size_t(end - bytes) + strlen(header_end) : 0;
     piece = size_t(atol(argv[3]));
-    return serve(argv[1], answer);
+    return serve(argv[1], answer, strcmp(argv[4], "exit") == 0 ? exit : _exit);
 }

@@ -11,6 +11,7 @@
 #include <sql.h>
 #include <sqlext.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace {
 
@@ -330,5 +331,5 @@ int main(int argc, char **argv)
     user = argv[4];
     password = argv[5];
     grantee = argc > 6 ? argv[6] : "";
-    return serve(argv[1], answer);
+    return serve(argv[1], answer, _exit);
 }

@@ -25,11 +25,11 @@ def get(path):
     return f"GET {path} HTTP/1.1\r\nHost: localhost\r\n\r\n".encode()
 
 
-def loop(program, folder, answer, piece, environment=None):
+def loop(program, folder, answer, piece, end, environment=None):
     """A bare loop that sends what tabwarden has sent."""
-    path = folder / f"answer_of_{program}"
+    path = folder / f"answer_of_{program}_{end}"
     path.write_bytes(answer)
-    return Floor(PROGRAMS / program, "{port}", path, piece, environment=environment)
+    return Floor(PROGRAMS / program, "{port}", path, piece, end, environment=environment)
 
 
 @contextmanager
@@ -39,10 +39,13 @@ def file_servers(folder, name, content):
     ours = RunningServer()
     with stopped(ours):
         answer = ours.get(f"/{name}")
-        same, static = (loop(program, folder, answer, FILE_PIECE) for program in ("answer_loop", "answer_loop_static"))
+        same, sudden, static = (
+            loop(program, folder, answer, FILE_PIECE, end)
+            for program, end in (("answer_loop", "exit"), ("answer_loop", "_exit"), ("answer_loop_static", "exit"))
+        )
         peer = Floor("busybox", "httpd", "-f", "-p", "127.0.0.1:{port}", "-h", HTML_DIR)
-        with stopped(same, static, peer):
-            yield ours, same, static, peer
+        with stopped(same, sudden, static, peer):
+            yield ours, same, sudden, static, peer
 
 
 def file_cases(folder, size):
@@ -50,10 +53,11 @@ def file_cases(folder, size):
     request = get(f"/{name}")
     content = b"".join(b"<p>line %08d</p>\n" % number for number in range(FILES[size] // 21 + 1))[: FILES[size]]
     aimed = size == "4 KB"
-    with file_servers(folder, name, content) as (ours, same, static, peer):
+    with file_servers(folder, name, content) as (ours, same, sudden, static, peer):
         tabwarden = Side("tabwarden", ours, request)
         floors = [
             Side("bare loop, same libraries", same, request, LOOP_AIM if aimed else None),
+            Side("bare loop, same libraries, _exit", sudden, request),
             Side("bare loop, static", static, request),
             Side("busybox httpd", peer, request, PEER_AIM if aimed else None),
         ]
@@ -65,11 +69,13 @@ def landing_case(folder, count):
     environment = list_sources([f"source_{number:03}" for number in range(count)], folder / f"sources_{count}")
     ours = RunningServer(environment)
     with stopped(ours):
-        walking = loop("walking_loop", folder, ours.get("/"), PAGE_PIECE, environment)
-        with stopped(walking):
-            tabwarden = Side("tabwarden", ours, get("/"))
-            floor = Side("bare loop, same libraries", walking, get("/"), LOOP_AIM if count == 1 else None)
-            yield Case("landing page", "listed", count, tabwarden, [floor], block=BLOCKS[count])
+        same, sudden = (loop("walking_loop", folder, ours.get("/"), PAGE_PIECE, end, environment) for end in ("exit", "_exit"))
+        with stopped(same, sudden):
+            floors = [
+                Side("bare loop, same libraries", same, get("/"), LOOP_AIM if count == 1 else None),
+                Side("bare loop, same libraries, _exit", sudden, get("/")),
+            ]
+            yield Case("landing page", "listed", count, Side("tabwarden", ours, get("/")), floors, block=BLOCKS[count])
 
 
 def cases(wants, folder):
