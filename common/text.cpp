@@ -68,7 +68,7 @@ bool format_text(std::span<char> out, const char *format, ...)
     return false;
 }
 
-void put_number(TextWriter &writer, int number, int digits)
+void put_number(TextWriter &writer, unsigned number, int digits)
 {
     char text[16];
     const char *end = std::to_chars(std::begin(text), std::end(text), number).ptr;

@@ -41,8 +41,8 @@ inline void put(TextWriter &writer, char character)
     put(writer, {&character, 1});
 }
 
-// Appends a number of 0 and more in decimal, with zeros in front up to so many digits.
-void put_number(TextWriter &writer, int number, int digits);
+// Appends the number in decimal, with zeros in front up to so many digits.
+void put_number(TextWriter &writer, unsigned number, int digits);
 
 // Appends `name` with its double quotes doubled and between double quotes: an SQL delimited identifier.
 void put_sql_name(TextWriter &writer, const char *name);

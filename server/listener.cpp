@@ -8,7 +8,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/prctl.h>
@@ -94,8 +93,6 @@ int http_start(const char *port)
         return fail("Failed to listen\n");
     // A client that has gone away is a failed send, not the end of the process.
     signal(SIGPIPE, SIG_IGN);
-    // gmtime() reads the time zone's file at its first call, which would be in every child.
-    tzset();
     for (;;)
         serve_connection(listener);
 }

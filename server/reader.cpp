@@ -6,6 +6,7 @@
 #include "server/response.h"
 
 #include <cstring>
+#include <optional>
 #include <sys/select.h>
 #include <sys/socket.h>
 
@@ -40,9 +41,9 @@ using RequestText = char[request_size + 1];
 // False when there is none to be answered.
 bool collect_header(int socket, RequestText &request)
 {
-    ReadingLimit limit;
+    std::optional<ReadingLimit> limit;
     size_t filled = 0;
-    do {
+    for (;;) {
         ssize_t count = recv(socket, request + filled, request_size - filled, 0);
         if (count < 0)
             return false;
@@ -53,8 +54,12 @@ bool collect_header(int socket, RequestText &request)
             log_printf("Received request of %d bytes - too big", int(filled));
             return false;
         }
-    } while (!memmem(request, filled, header_end, strlen(header_end)));
-    return true;
+        if (memmem(request, filled, header_end, strlen(header_end)))
+            return true;
+        // Most headers come in one piece and need none.
+        if (!limit)
+            limit.emplace();
+    }
 }
 
 }

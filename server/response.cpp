@@ -2,6 +2,7 @@
 
 #include "server/server_state.h"
 
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -109,20 +110,23 @@ void put_line(TextWriter &header, const char *name, const char *value)
 // may differ by a second.
 void put_date_line(TextWriter &header, const char *name)
 {
-    time_t now = time(nullptr);
-    const tm *utc = gmtime(&now);
-    for (const char *part : {name, ": ", ap_day_snames[utc->tm_wday], ", "})
+    using namespace std::chrono;
+    sys_seconds now{seconds{time(nullptr)}};
+    auto today = floor<days>(now);
+    year_month_day date{today};
+    hh_mm_ss clock{now - today};
+    for (const char *part : {name, ": ", ap_day_snames[weekday{today}.c_encoding()], ", "})
         put(header, part);
-    put_number(header, utc->tm_mday, 2);
-    for (const char *part : {" ", ap_month_snames[utc->tm_mon], " "})
+    put_number(header, unsigned(date.day()), 2);
+    for (const char *part : {" ", ap_month_snames[unsigned(date.month()) - 1], " "})
         put(header, part);
-    put_number(header, utc->tm_year + 1900, 4);
+    put_number(header, unsigned(int(date.year())), 4);
     put(header, ' ');
-    put_number(header, utc->tm_hour, 2);
+    put_number(header, unsigned(clock.hours().count()), 2);
     put(header, ':');
-    put_number(header, utc->tm_min, 2);
+    put_number(header, unsigned(clock.minutes().count()), 2);
     put(header, ':');
-    put_number(header, utc->tm_sec, 2);
+    put_number(header, unsigned(clock.seconds().count()), 2);
     put(header, " GMT\r\n");
 }
 
@@ -201,7 +205,7 @@ int protocol_header(const RequestRecord *request, char *buffer, int *length_out,
     put_line(header, "Accept-Ranges", "bytes");
     if (content_length > 0) {
         put(header, "Content-Length: ");
-        put_number(header, content_length, 1);
+        put_number(header, unsigned(content_length), 1);
         put(header, "\r\n");
     }
     put_cache_lines(header, request, flags);

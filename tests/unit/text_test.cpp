@@ -174,12 +174,12 @@ TEST(PutNumber, is_decimal_with_zeros_up_to_the_digits_asked_for)
     char out[128];
     TextWriter writer{out};
     for (int digits : {1, 2, 4}) {
-        for (int number : {0, 7, 42, 2026, 2147483647}) {
+        for (unsigned number : {0u, 7u, 42u, 2026u, 4294967295u}) {
             put_number(writer, number, digits);
             put(writer, ' ');
         }
     }
-    EXPECT_STREQ("0 7 42 2026 2147483647 00 07 42 2026 2147483647 0000 0007 0042 2026 2147483647 ", out);
+    EXPECT_STREQ("0 7 42 2026 4294967295 00 07 42 2026 4294967295 0000 0007 0042 2026 4294967295 ", out);
 }
 
 TEST(PutSqlName, stands_between_double_quotes)
