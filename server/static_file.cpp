@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 #include <sys/stat.h>
 
 namespace {
@@ -91,7 +92,7 @@ int uri_file(int socket, RequestRecord *request)
         return result;
     const char *name = request->path_override ? request->path_override : request->uri;
     bool fits = html_path(path, install_path, name);
-    if (strstr(fits ? path : name, "..")) {
+    if (std::string_view(fits ? path : name).find("..") != std::string_view::npos) {
         request->status = 403;
         return -1;
     }
