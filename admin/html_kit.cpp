@@ -13,3 +13,11 @@ void output_option(int socket, PageBuffer &page, bool selected, const ColumnText
     put(row, "</option>\n");
     append_row(socket, page, row);
 }
+
+void put_blank_cell(TextWriter &row, const char *begin)
+{
+    put(row, begin);
+    put(row, "&nbsp;");
+    put(row, DETAIL_TDEND);
+    put(row, '\n');
+}

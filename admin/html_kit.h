@@ -14,6 +14,9 @@
 // Appends one option of a select, `name` as its value and its label.
 void output_option(int socket, PageBuffer &page, bool selected, const ColumnText &name);
 
+// Puts a cell that opens with `begin` and shows nothing into a row.
+void put_blank_cell(TextWriter &row, const char *begin);
+
 inline constexpr const char *HEADER_TDBEGIN =
     "<td nowrap bgcolor=#0a1965><font size=-1 color=#fdb025><strong>";
 inline constexpr const char *HEADER_TDBEGIN_CENTER =

@@ -182,12 +182,8 @@ void put_checkboxes(TextWriter &row, SQLHSTMT statement, const TableName &name)
 
 void put_no_checkboxes(TextWriter &row)
 {
-    for (size_t box = 0; box < std::size(privileges); box++) {
-        put(row, DETAIL_TDBEGIN_CENTER);
-        put(row, "&nbsp;");
-        put(row, DETAIL_TDEND);
-        put(row, '\n');
-    }
+    for (size_t box = 0; box < std::size(privileges); box++)
+        put_blank_cell(row, DETAIL_TDBEGIN_CENTER);
 }
 
 void output_table_row(PageContext &context, PageBuffer &page)

@@ -68,14 +68,6 @@ void output_list_header(int socket, PageBuffer &page)
     http_printf(socket, page, "</tr>\n");
 }
 
-void put_blank_cell(TextWriter &row)
-{
-    put(row, DETAIL_TDBEGIN);
-    put(row, "&nbsp;");
-    put(row, DETAIL_TDEND);
-    put(row, '\n');
-}
-
 // An input field of the user's, up to the end of its name: the opening tag is still open.
 void put_field(TextWriter &row, const char *begin, const char *type, const UserRow &user, const char *suffix)
 {
@@ -108,7 +100,7 @@ void put_ordinary_fields(TextWriter &row, const UserRow &user)
     put_field(row, DETAIL_TDBEGIN, "text", user, "password");
     put_value(row, user.password);
     put_field_end(row, " size=20>");
-    put_blank_cell(row);
+    put_blank_cell(row, DETAIL_TDBEGIN);
     put_field(row, DETAIL_TDBEGIN_CENTER, "checkbox", user, "checkbox");
     put_field_end(row, " value=\"OFF\"></input>");
 }
@@ -119,7 +111,7 @@ void put_administrator_fields(TextWriter &row, const UserRow &user)
     put_field_end(row, " size=20>");
     put_field(row, DETAIL_TDBEGIN, "password", user, "oldpassword");
     put_field_end(row, " size=20>");
-    put_blank_cell(row);
+    put_blank_cell(row, DETAIL_TDBEGIN);
 }
 
 void put_fields(TextWriter &row, const PageContext &context, const UserRow &user)
@@ -138,7 +130,7 @@ void put_fields(TextWriter &row, const PageContext &context, const UserRow &user
 void put_no_fields(TextWriter &row)
 {
     for (int cell = 0; cell < 4; cell++)
-        put_blank_cell(row);
+        put_blank_cell(row, DETAIL_TDBEGIN);
 }
 
 void output_user_row(const PageContext &context, PageBuffer &page, const UserRow &user)
