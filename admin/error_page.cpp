@@ -11,7 +11,8 @@ namespace {
 
 void put_template(TextWriter &piece, const char *name, RequestRecord *request)
 {
-    char text[template_size] = "";
+    char text[template_size];
+    text[0] = 0;
     load_template(name, text, sizeof text, request);
     put(piece, text);
 }
