@@ -62,7 +62,8 @@ def file_cases(folder, size):
             Side("busybox httpd", peer, request, PEER_AIM if aimed else None),
         ]
         yield Case("static file", "", size, tabwarden, floors, block=BLOCKS[size])
-        yield Case("static file, 4 clients", "", size, tabwarden, floors[-1:], block=BLOCKS[size], clients=4)
+        peer_alone = [Side("busybox httpd", peer, request)]
+        yield Case("static file, 4 clients", "", size, tabwarden, peer_alone, block=BLOCKS[size], clients=4)
 
 
 def landing_case(folder, count):
