@@ -19,8 +19,12 @@ SQLRETURN begin_step(Connection &connection, Diagnostics &diagnostics, bool chan
 SQLRETURN end_step(Connection &connection, Diagnostics &diagnostics, const Step &step, SQLRETURN result)
 {
     sqlite3 *database = connection.database;
-    if (!in_transaction(connection))        // SQLite has rolled back everything by itself
+    if (!in_transaction(connection)) {      // SQLite has rolled back everything by itself
+        // In the first record, which is all that many programs show: they would go on as if nothing else were lost.
+        if (step.savepoint && !diagnostics.empty())
+            diagnostics.front().message += "; the whole transaction has been rolled back";
         return result;
+    }
     if (!SQL_SUCCEEDED(result)) {
         run(connection.own, step.savepoint ? "rollback to step" : "rollback");
         if (step.savepoint)

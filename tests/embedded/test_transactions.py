@@ -162,6 +162,23 @@ def test_the_transaction_goes_on_behind_a_failed_statement_unless_that_says_roll
     assert names(other) == ["nail", "screw"] + ["bolt"] * (way != "rollback") + ["rivet"]
 
 
+@pytest.mark.parametrize("state, statement", [
+    ("HYT00", "with recursive n (i) as (select 1 union all select i + 1 from n) insert into shop.stock.item select i, 'x' from n "
+     "where i < 0"),
+    ("23000", "insert or rollback into shop.stock.item values (4, 'x'), (1, 'twice')"),
+], ids=["time-out", "rollback"])
+def test_a_failed_statement_with_which_the_whole_transaction_is_undone_says_so(two, state, statement):
+    manual, other = two
+    manual.execute("insert into shop.stock.item values (3, 'bolt')")
+    manual.timeout = 1
+    with pytest.raises(Exception) as raised:
+        manual.execute(statement)
+    assert raised.value.args[0] == state
+    assert "; the whole transaction has been rolled back" in raised.value.args[1]
+    manual.commit()
+    assert names(other) == ["nail", "screw"]
+
+
 @pytest.mark.parametrize("autocommit", [True, False])
 def test_a_failed_statement_that_says_rollback_is_undone(staffed, autocommit):
     connection = staffed.connect(autocommit=autocommit)
