@@ -195,8 +195,9 @@ SQLRETURN load_access(Connection &connection, Diagnostics &diagnostics, const Tr
     return connection.access.defines ? SQLRETURN{SQL_SUCCESS} : check_sources(connection, diagnostics, statement);
 }
 
-// The root pages of the tables and indexes that the program opens; 0 stands for a virtual table.
-static std::vector<int64_t> opened_pages(sqlite3 *database, const std::string &sql)
+// The root pages of the tables and indexes that the program opens; 0 stands for a virtual table. `whole` tells whether
+// these are all.
+static std::vector<int64_t> opened_pages(sqlite3 *database, const std::string &sql, bool &whole)
 {
     std::vector<int64_t> pages;
     Query program(database, "explain " + sql);
@@ -207,6 +208,7 @@ static std::vector<int64_t> opened_pages(sqlite3 *database, const std::string &s
         else if (operation == "VOpen")
             pages.push_back(0);
     }
+    whole = program.prepared != nullptr && sqlite3_reset(program.prepared) == SQLITE_OK;
     return pages;
 }
 
@@ -251,7 +253,7 @@ SQLRETURN check_program(Connection &connection, Diagnostics &diagnostics, const 
 {
     const std::vector<TableAccess> &known = connection.access.tables;
     refresh_root_pages(connection);
-    for (int64_t page : opened_pages(connection.database, sql)) {
+    for (int64_t page : opened_pages(connection.database, sql, connection.access.checked)) {
         std::string table = table_on_page(connection, page);
         // SQLite itself counts the rows of autoincrement columns there.
         if (table != "sqlite_sequence" &&

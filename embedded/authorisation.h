@@ -33,6 +33,7 @@ struct Access {
     bool guarded = false;               // false: our own statements, which may do everything
     bool defines = false;               // create table or drop table by the administrator
     bool replaces = false;
+    bool checked = false;               // check_program has seen the whole program; without that it does not run
     std::vector<TableAccess> tables;
     std::string denial;                 // set by the authoriser: what was refused, as a sentence
 };
@@ -53,7 +54,8 @@ void install_authoriser(Connection &connection);
 SQLRETURN load_access(Connection &connection, Diagnostics &diagnostics, const TranslatedStatement &statement);
 
 // Looks through the program that SQLite makes of `sql`, a query or a change whose access is loaded. Returns SQL_SUCCESS,
-// also for a text that cannot be compiled, or SQL_ERROR with a diagnostic (42000) if it opens any other table.
+// also for a text that cannot be compiled, or SQL_ERROR with a diagnostic (42000) if it opens any other table. A program
+// that could not be seen to its end, cancelled or without memory, is left unchecked in connection.access.
 SQLRETURN check_program(Connection &connection, Diagnostics &diagnostics, const std::string &sql);
 
 // SQL_SUCCESS, or SQL_ERROR with a diagnostic (28000) when the connection's user was deleted meanwhile.

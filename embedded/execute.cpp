@@ -50,6 +50,9 @@ static SQLRETURN compile(Statement &statement, const std::string &sql, Query &qu
         return fail_readably(statement);
     if (query.prepared == nullptr)
         return fail(statement.diagnostics, "42000", "There is no statement");
+    const Access &access = statement.connection->access;
+    if (!access.defines && !access.checked)
+        return fail(statement.diagnostics, "HY008", "Cancelled or out of memory before the check's end");
     return SQL_SUCCESS;
 }
 
