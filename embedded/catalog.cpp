@@ -97,6 +97,7 @@ static SQLRETURN show_result(Statement &statement)
 // Begins a call that reads the database: false for a user who was deleted meanwhile.
 static bool may_call(Statement &statement, const char *call)
 {
+    statement.connection->own.failure = SQLITE_OK;
     SQLRETURN result = require_user(*statement.connection, statement.diagnostics);
     if (result != SQL_SUCCESS) {
         close_cursor(statement);
@@ -108,7 +109,11 @@ static bool may_call(Statement &statement, const char *call)
 // Ends it.
 static SQLRETURN finish(Statement &statement, const char *call)
 {
-    SQLRETURN result = show_result(statement);
+    SQLRETURN result = require_own_statements(*statement.connection, statement.diagnostics);
+    if (result == SQL_SUCCESS)
+        result = show_result(statement);
+    else
+        close_cursor(statement);
     log_statement(*statement.connection, statement.connection->user, result, statement.diagnostics, call);
     return result;
 }

@@ -4,6 +4,19 @@
 
 #include <algorithm>
 
+static void note_result(OwnStatements *own, int result)
+{
+    if (own != nullptr && own->failure == SQLITE_OK && result != SQLITE_ROW && result != SQLITE_DONE)
+        own->failure = result;
+}
+
+static int advance(Query &query)
+{
+    int result = sqlite3_step(query.prepared);
+    note_result(query.own, result);
+    return result;
+}
+
 Query::Query(sqlite3 *database, std::string_view sql)
 {
     sqlite3_prepare_v2(database, sql.data(), static_cast<int>(sql.size()), &prepared, nullptr);
@@ -14,7 +27,8 @@ Query::Query(OwnStatements &statements, std::string_view sql) : own(&statements)
     auto known = std::find_if(own->idle.begin(), own->idle.end(),
                               [&](sqlite3_stmt *statement) { return sql == sqlite3_sql(statement); });
     if (known == own->idle.end()) {
-        sqlite3_prepare_v2(own->database, sql.data(), static_cast<int>(sql.size()), &prepared, nullptr);
+        note_result(own, sqlite3_prepare_v2(own->database, sql.data(), static_cast<int>(sql.size()), &prepared,
+                                            nullptr));
         return;
     }
     prepared = *known;
@@ -27,8 +41,8 @@ Query::~Query()
         sqlite3_finalize(prepared);
         return;
     }
-    // At once: until then it would keep its transaction open.
-    sqlite3_reset(prepared);
+    // At once: until then it would keep its transaction open. Tells of a text that found no memory, too.
+    note_result(own, sqlite3_reset(prepared));
     own->idle.push_back(prepared);
 }
 
@@ -43,12 +57,13 @@ void bind(Query &query, std::initializer_list<std::string_view> texts)
 {
     int number = 0;
     for (std::string_view text : texts)
-        sqlite3_bind_text(query.prepared, ++number, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
+        note_result(query.own, sqlite3_bind_text(query.prepared, ++number, text.data(), static_cast<int>(text.size()),
+                                                 SQLITE_TRANSIENT));
 }
 
 bool step(Query &query)
 {
-    return query.prepared != nullptr && sqlite3_step(query.prepared) == SQLITE_ROW;
+    return query.prepared != nullptr && advance(query) == SQLITE_ROW;
 }
 
 static bool run(Query &query, std::initializer_list<std::string_view> texts)
@@ -58,7 +73,7 @@ static bool run(Query &query, std::initializer_list<std::string_view> texts)
     bind(query, texts);
     int result = SQLITE_ROW;
     while (result == SQLITE_ROW)
-        result = sqlite3_step(query.prepared);
+        result = advance(query);
     return result == SQLITE_DONE;
 }
 

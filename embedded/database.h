@@ -14,6 +14,7 @@ struct sqlite3_stmt;
 struct OwnStatements {
     sqlite3 *database = nullptr;
     std::vector<sqlite3_stmt *> idle;
+    int failure = 0;    // SQLite's code of the first that failed: what it did not find may be there all the same
 };
 
 void free_own_statements(OwnStatements &own);

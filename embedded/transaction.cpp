@@ -3,6 +3,15 @@
 #include "database.h"
 #include "handles.h"
 
+SQLRETURN require_own_statements(const Connection &connection, Diagnostics &diagnostics)
+{
+    int failure = connection.own.failure;
+    if (failure == SQLITE_OK)
+        return SQL_SUCCESS;
+    const char *message = sqlite3_errstr(failure);
+    return fail(diagnostics, state_of(failure, message), message, failure);
+}
+
 bool in_transaction(const Connection &connection)
 {
     return connection.database != nullptr && sqlite3_get_autocommit(connection.database) == 0;
@@ -10,6 +19,7 @@ bool in_transaction(const Connection &connection)
 
 SQLRETURN begin_step(Connection &connection, Diagnostics &diagnostics, bool changes, Step &step)
 {
+    connection.own.failure = SQLITE_OK;
     step.savepoint = in_transaction(connection);
     step.whole = !step.savepoint && (connection.autocommit || !changes);
     const char *sql = step.savepoint ? "savepoint step" : changes ? "begin immediate" : "begin";
@@ -19,6 +29,8 @@ SQLRETURN begin_step(Connection &connection, Diagnostics &diagnostics, bool chan
 SQLRETURN end_step(Connection &connection, Diagnostics &diagnostics, const Step &step, SQLRETURN result)
 {
     sqlite3 *database = connection.database;
+    if (SQL_SUCCEEDED(result) && require_own_statements(connection, diagnostics) != SQL_SUCCESS)
+        result = SQL_ERROR;
     if (!in_transaction(connection)) {      // SQLite has rolled back everything by itself
         // In the first record, which is all that many programs show: they would go on as if nothing else were lost.
         if (step.savepoint && !diagnostics.empty())

@@ -20,6 +20,9 @@ SQLRETURN begin_step(Connection &connection, Diagnostics &diagnostics, bool chan
 // SQL_ERROR with a diagnostic when the commit fails.
 SQLRETURN end_step(Connection &connection, Diagnostics &diagnostics, const Step &step, SQLRETURN result);
 
+// SQL_SUCCESS, or SQL_ERROR with a diagnostic when one of our own statements has failed since the step began.
+SQLRETURN require_own_statements(const Connection &connection, Diagnostics &diagnostics);
+
 bool in_transaction(const Connection &connection);
 
 // Commits or rolls back what is open.

@@ -1,6 +1,6 @@
 """A program of its own: executes a statement again and again, with a fault at the first, second, third ... piece of
 memory that SQLite takes meanwhile, until none is left. Each is rolled back. Prints the SQLSTATE of each time in lines, or
-what the query gives behind a statement that succeeded.
+what the query gives behind a statement that succeeded. The statement "{SQLTables}" is that call, its result a number of rows.
 
 usage: failing_memory.py {cancel | refuse} USER PASSWORD STATEMENT QUERY
 """
@@ -55,8 +55,11 @@ while True:
     piece += 1
     left = piece
     try:
-        connection.execute(statement)
-        outcome = None
+        if statement == "{SQLTables}":
+            outcome = len(connection.cursor().tables().fetchall())
+        else:
+            connection.execute(statement)
+            outcome = None
     except pyodbc.Error as error:
         outcome = error.args[0]
     unmet, left = left, 0
