@@ -3,6 +3,7 @@
 #include "database.h"
 #include "handles.h"
 #include "registry.h"
+#include "transaction.h"
 
 #include <sqlite3.h>
 
@@ -159,8 +160,11 @@ SQLRETURN require_user(Connection &connection, Diagnostics &diagnostics)
 {
     Query query(connection.own, "select 1 from \"nordvale.system.user\" where username = ?");
     bind(query, {connection.user});
-    return step(query) ? SQLRETURN{SQL_SUCCESS}
-                       : fail(diagnostics, "28000", "User " + connection.user + " no longer exists");
+    if (step(query))
+        return SQL_SUCCESS;
+    if (require_own_statements(connection, diagnostics) != SQL_SUCCESS)
+        return SQL_ERROR;
+    return fail(diagnostics, "28000", "User " + connection.user + " no longer exists");
 }
 
 // SQLite copies a whole table into one of the same shape without asking the authoriser about the columns it reads, so

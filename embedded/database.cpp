@@ -12,6 +12,8 @@ static void note_result(OwnStatements *own, int result)
 
 static int advance(Query &query)
 {
+    if (query.own != nullptr && query.own->failure != SQLITE_OK)
+        return query.own->failure;
     int result = sqlite3_step(query.prepared);
     note_result(query.own, result);
     return result;

@@ -14,7 +14,9 @@ struct sqlite3_stmt;
 struct OwnStatements {
     sqlite3 *database = nullptr;
     std::vector<sqlite3_stmt *> idle;
-    int failure = 0;    // SQLite's code of the first that failed: what it did not find may be there all the same
+    // SQLite's code of one that failed. What it did not find may be there all the same, and SQLite may have ended the
+    // transaction with it, so none is run behind it until a new step begins.
+    int failure = 0;
 };
 
 void free_own_statements(OwnStatements &own);

@@ -104,6 +104,8 @@ static SQLRETURN run_statement(Statement &statement, const TranslatedStatement &
     bool defines = connection.access.defines;
     if (!defines && check_program(connection, statement.diagnostics, translated.sql) != SQL_SUCCESS)
         return SQL_ERROR;
+    if (require_own_statements(connection, statement.diagnostics) != SQL_SUCCESS)
+        return SQL_ERROR;
     Guard guard(connection);
     Query query;
     if (compile(statement, translated.sql, query) != SQL_SUCCESS)

@@ -29,8 +29,11 @@ SQLRETURN begin_step(Connection &connection, Diagnostics &diagnostics, bool chan
 SQLRETURN end_step(Connection &connection, Diagnostics &diagnostics, const Step &step, SQLRETURN result)
 {
     sqlite3 *database = connection.database;
-    if (SQL_SUCCEEDED(result) && require_own_statements(connection, diagnostics) != SQL_SUCCESS)
-        result = SQL_ERROR;
+    if (connection.own.failure != SQLITE_OK) {      // whatever was said for it, a table not found for example
+        diagnostics.clear();
+        result = require_own_statements(connection, diagnostics);
+    }
+    connection.own.failure = SQLITE_OK;
     if (!in_transaction(connection)) {      // SQLite has rolled back everything by itself
         // In the first record, which is all that many programs show: they would go on as if nothing else were lost.
         if (step.savepoint && !diagnostics.empty())
@@ -54,6 +57,7 @@ SQLRETURN end_step(Connection &connection, Diagnostics &diagnostics, const Step 
 
 SQLRETURN end_transaction(Connection &connection, Diagnostics &diagnostics, bool commit)
 {
+    connection.own.failure = SQLITE_OK;
     if (!in_transaction(connection) || run(connection.own, commit ? "commit" : "rollback"))
         return SQL_SUCCESS;
     return fail_with_sqlite(diagnostics, connection.database);

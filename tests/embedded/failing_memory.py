@@ -1,6 +1,7 @@
 """A program of its own: executes a statement again and again, with a fault at the first, second, third ... piece of
 memory that SQLite takes meanwhile, until none is left. Each is rolled back. Prints the SQLSTATE of each time in lines, or
-what the query gives behind a statement that succeeded. The statement "{SQLTables}" is that call, its result a number of rows.
+what the query gives behind a statement that succeeded; "changed" when a failed one left something behind. The statement
+"{SQLTables}" is that call, its result a number of rows.
 
 usage: failing_memory.py {cancel | refuse} USER PASSWORD STATEMENT QUERY
 """
@@ -50,22 +51,27 @@ import pyodbc  # noqa: E402
 
 pyodbc.pooling = False
 connection = pyodbc.connect(f"DSN=embedded;UID={user};PWD={password}", autocommit=False)
-piece = 0
-while True:
-    piece += 1
-    left = piece
-    try:
-        if statement == "{SQLTables}":
-            outcome = len(connection.cursor().tables().fetchall())
-        else:
-            connection.execute(statement)
-            outcome = None
-    except pyodbc.Error as error:
-        outcome = error.args[0]
-    unmet, left = left, 0
-    print(outcome or connection.execute(query).fetchone()[0])
-    connection.rollback()
-    if unmet > 0:
-        break
+before = connection.execute(query).fetchone()[0]
+# The second time what the driver keeps compiled is there from the first piece on.
+for _ in range(2):
+    piece = 0
+    while True:
+        piece += 1
+        left = piece
+        try:
+            if statement == "{SQLTables}":
+                outcome = len(connection.cursor().tables().fetchall())
+            else:
+                connection.execute(statement)
+                outcome = None
+        except pyodbc.Error as error:
+            outcome = error.args[0]
+        unmet, left = left, 0
+        print(outcome or connection.execute(query).fetchone()[0])
+        connection.rollback()
+        if outcome and connection.execute(query).fetchone()[0] != before:
+            print("changed")
+        if unmet > 0:
+            break
 sys.stdout.flush()
 os._exit(0)     # what Python would take down first is called until the end

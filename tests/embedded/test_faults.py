@@ -31,10 +31,10 @@ def test_a_statement_that_may_not_run_does_not_run_when_its_check_does_not_end(s
 def test_what_ran_out_of_memory_is_either_done_or_failed(staffed, statement, query, done):
     staffed.execute("grant insert on shop.stock.item to bernd")
     found = outcomes(staffed, "refuse", "admin", "secret", statement, query)
-    assert len(found) > 30 and done in found and {one for one in found if len(one) < 5} == {done}
+    assert len(found) > 30 and set(found) == {"HY001", done}
 
 
 def test_a_list_of_tables_is_whole_or_failed(staffed):
     staffed.execute("create table another (a)")
     found = outcomes(staffed, "refuse", "admin", "secret", "{SQLTables}")
-    assert len(found) > 10 and {one for one in found if len(one) < 5} == {"2"}
+    assert len(found) > 10 and set(found) == {"HY001", "2"}
