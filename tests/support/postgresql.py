@@ -40,9 +40,10 @@ def roomy_folder():
 
 
 class PrivatePostgresql:
-    """A running server without other databases and roles than its own."""
+    """A running server without other databases and roles than its own. `wrapper` is a command that runs another one."""
 
-    def __init__(self):
+    def __init__(self, wrapper=()):
+        self.wrapper = wrapper
         # Its files belong to the user postgres, who cannot reach into every folder, when root runs the tests.
         self.folder = Path(tempfile.mkdtemp(prefix="tabwarden-postgresql-", dir=roomy_folder()))
         self.port = free_port()
@@ -55,11 +56,11 @@ class PrivatePostgresql:
 
     def start(self):
         """Also after halt(), with everything that was there before."""
-        subprocess.run([SCRIPT, "start", self.folder, str(self.port)], env=uninstrumented(), check=True)
+        subprocess.run([*self.wrapper, SCRIPT, "start", self.folder, str(self.port)], env=uninstrumented(), check=True)
 
     def halt(self):
         """Cuts all sessions off."""
-        subprocess.run([SCRIPT, "stop", self.folder], env=uninstrumented(), check=True)
+        subprocess.run([*self.wrapper, SCRIPT, "stop", self.folder], env=uninstrumented(), check=True)
 
     def stop(self):
         self.halt()
@@ -87,7 +88,8 @@ class PrivatePostgresql:
         )
 
     def _command(self, database, user):
-        return [PSQL, "-XAqtw", "-h", "127.0.0.1", "-p", str(self.port), "-d", database, "-U", user, "-f", "-"]
+        where = ["-h", "127.0.0.1", "-p", str(self.port), "-d", database, "-U", user]
+        return [*self.wrapper, PSQL, "-XAqtw", *where, "-f", "-"]
 
     def _environment(self, password):
         """The scripts mean the same whatever the database is set to."""

@@ -74,7 +74,27 @@ def wait_until(condition):
         assert time.monotonic() < end, "this should have happened by now"
 
 
-class RunningServer:
+class Client:
+    """Raw requests over the connections that connect() gives."""
+
+    def request(self, data):
+        """Sends the bytes and gives everything that comes back until the server closes."""
+        with self.connect() as connection:
+            connection.sendall(data)
+            return read_all(connection)
+
+    def get(self, path, version=" HTTP/1.1"):
+        return self.request(f"GET {path}{version}\r\nHost: localhost\r\n\r\n".encode("latin-1"))
+
+    def post(self, path, body, headers=()):
+        """`body` is bytes, or pairs that are written as they are: a form encodes only what the caller encodes."""
+        if not isinstance(body, bytes):
+            body = "&".join(f"{name}={value}" for name, value in body).encode(errors="surrogateescape")
+        lines = [f"POST {path} HTTP/1.1", "Host: localhost", f"Content-Length: {len(body)}", *headers]
+        return self.request("\r\n".join(lines).encode() + b"\r\n\r\n" + body)
+
+
+class RunningServer(Client):
     """The program on a port of its own. `environment` is added to the process environment; `wrapper` is a command that
     runs another one."""
 
@@ -113,12 +133,6 @@ class RunningServer:
         connection.settimeout(20)
         return connection
 
-    def request(self, data):
-        """Sends the bytes and gives everything that comes back until the server closes."""
-        with self.connect() as connection:
-            connection.sendall(data)
-            return read_all(connection)
-
     def request_at_once(self, data):
         """request() for data that the server has to find whole at its first read: somebody else holds it meanwhile."""
         with self.connect() as holder, self.connect() as connection:
@@ -126,16 +140,6 @@ class RunningServer:
             wait_until(lambda: self.unread(connection) == len(data))
             holder.sendall(b"no request\r\n\r\n")
             return read_all(connection)
-
-    def get(self, path, version=" HTTP/1.1"):
-        return self.request(f"GET {path}{version}\r\nHost: localhost\r\n\r\n".encode("latin-1"))
-
-    def post(self, path, body, headers=()):
-        """`body` is bytes, or pairs that are written as they are: a form encodes only what the caller encodes."""
-        if not isinstance(body, bytes):
-            body = "&".join(f"{name}={value}" for name, value in body).encode(errors="surrogateescape")
-        lines = [f"POST {path} HTTP/1.1", "Host: localhost", f"Content-Length: {len(body)}", *headers]
-        return self.request("\r\n".join(lines).encode() + b"\r\n\r\n" + body)
 
     def children(self):
         path = Path(f"/proc/{self.process.pid}/task/{self.process.pid}/children")
