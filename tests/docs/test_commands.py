@@ -1,0 +1,192 @@
+"""Every command and every line of configuration that the documents show is executed, in a machine that is thrown away."""
+
+import re
+
+import pytest
+
+from support.server import ROOT
+from support.throwaway import CLONE, throwaway_machine
+
+DOCUMENTS = ["README.md", *(f"docs/{path.name}" for path in sorted((ROOT / "docs").glob("*.md"))), "embedded/README.md"]
+
+# What the scripts below leave out, and why.
+NOT_RUN = {
+    "script/test": "it runs this",
+    "script/bench": "it measures for minutes; so do the other two",
+    "bench/instructions": "measures",
+    "bench/pages": "measures",
+    **dict.fromkeys(
+        [
+            "grant  {all | select | insert | update | delete} on name to   {user | \"user\" | public}",
+            "revoke {all | select | insert | update | delete} on name from {user | \"user\" | public}",
+        ],
+        "grammar",
+    ),
+}
+
+# What each script begins with: a request as the user "NAME:PASSWORD", and a server that answers before it goes on.
+BEGINNING = """
+trap 'kill $(jobs -p); wait' EXIT
+ask() {
+    curl --silent --fail-with-body --user "$1" --data "$2" --output /tmp/page http://localhost:8451/isam.cgi
+}
+serve() {
+    "$@" >/tmp/served 2>&1 &
+    until curl --silent --output /dev/null http://localhost:8451/; do
+        kill -0 $! || { cat /tmp/served; exit 1; }
+        sleep 0.1
+    done
+}
+"""
+
+README = rf"""
+cd {CLONE}
+{BEGINNING}
+cmake -S . -B build && cmake --build build && cmake --install build
+
+cat >/etc/odbcinst.ini <<'END'
+[NORDVALE_ISAM]
+Driver=/usr/local/lib/odbc/libtabwarden_isam.so
+END
+cat >/etc/odbc.ini <<'END'
+[accounts]
+Driver=NORDVALE_ISAM
+Database=/var/lib/tabwarden/accounts.db
+END
+mkdir -p /var/lib/tabwarden
+echo 'a secret' | isam_create /var/lib/tabwarden/accounts.db admin
+install -m 600 /dev/null /tmp/kelvohttp.log
+
+serve /usr/local/nordvale/isam/bin/tabwarden
+ask 'admin:a secret' 'datasource=accounts&users.x=1&submit_users=Submit&__newuser=anna&__newpass=tulip&__newfile=Anna'
+grep -q 'name="anna_password" value="tulip"' /tmp/page
+
+isql accounts admin 'a secret' -b <<'END'
+create table orders (id integer)
+grant  select on orders to   anna
+grant all on orders to public
+revoke insert on orders from public
+END
+echo 'delete from orders' | isql accounts anna tulip -b
+! echo 'insert into orders values (1)' | isql accounts anna tulip -b
+grep -q 'datasource = accounts' /tmp/kelvohttp.log
+"""
+
+SAMPLES = rf"""
+cd {CLONE}
+{BEGINNING}
+serve \
+script/server
+grep -q 'Log in as  admin, password sample_admin' /tmp/served
+ask admin:sample_admin 'datasource=sample&users.x=1'
+grep -q submit_users /tmp/page
+"""
+
+POSTGRESQL = rf"""
+cd {CLONE}
+{BEGINNING}
+script/private-postgresql start /tmp/database 5432 >/dev/null
+data=/tmp/database/data
+superuser() {{
+    PGHOST=127.0.0.1 PGPASSWORD=$(cat /tmp/database/superuser_password) psql -U postgres -qAt -v ON_ERROR_STOP=1 "$@"
+}}
+superuser <<'END'
+create role accounts_admin login createrole;
+\password accounts_admin
+a secret
+a secret
+create database accounts owner accounts_admin;
+create role bernd login password 'tulip';
+\c accounts
+create table orders (id integer);
+alter table orders owner to bernd;
+END
+cat >$data/first.conf <<'END'
+host  accounts  all  127.0.0.1/32  scram-sha-256
+END
+cat $data/first.conf $data/pg_hba.conf >/tmp/hba && cat /tmp/hba >$data/pg_hba.conf
+superuser -c 'select pg_reload_conf()' >/dev/null
+
+truncate -s 0 /etc/odbcinst.ini /etc/odbc.ini
+export PGPASSWORD='a secret'
+script/bootstrap program && cmake -S . -B build && cmake --build build && cmake --install build
+printf '[NORDVALE_ISAM]\nDriver=/usr/local/lib/odbc/libtabwarden_postgresql.so\n' | odbcinst -i -d -r
+psql -h 127.0.0.1 -U accounts_admin -f postgresql/install.sql accounts
+printf '[accounts]\nDriver=NORDVALE_ISAM\nServername=127.0.0.1\nPort=5432\nDatabase=accounts\n' | odbcinst -i -s -l -r
+unset PGPASSWORD
+serve env \
+/usr/local/nordvale/isam/bin/tabwarden
+ask 'accounts_admin:a secret' 'datasource=accounts&users.x=1'
+grep -q 'name="bernd_file"' /tmp/page
+
+# Encrypted, the server's certificate checked.
+openssl req -x509 -newkey rsa:2048 -nodes -subj /CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1 \
+    -keyout $data/server.key -out $data/server.crt 2>/dev/null
+chown postgres $data/server.key $data/server.crt
+cp $data/server.crt /etc/ssl/certs/accounts-ca.crt
+superuser -c 'alter system set ssl = on' -c 'select pg_reload_conf()' >/dev/null
+cat >>/etc/odbc.ini <<'END'
+SSLmode=verify-full
+pqopt=sslrootcert=/etc/ssl/certs/accounts-ca.crt
+END
+superuser <<'END'
+alter role accounts_admin in database accounts set log_statement = 'none';
+alter role accounts_admin in database accounts set log_min_duration_statement = -1;
+alter role accounts_admin in database accounts set log_min_error_statement = 'panic';
+alter role accounts_admin in database accounts set log_error_verbosity = 'terse';
+END
+ask 'accounts_admin:a secret' 'datasource=accounts&users.x=1&submit_users=Submit&bernd_checkbox=ON'
+! grep -q 'name="bernd_file"' /tmp/page
+
+# A deleted user who owns a table is still there.
+export PGHOST=127.0.0.1 PGPASSWORD='a secret'
+psql -qAt -U accounts_admin accounts >/tmp/left <<'END'
+select rolname from pg_roles where not rolcanlogin and rolname !~ '^pg_';
+END
+grep -qx bernd /tmp/left
+psql -q -v ON_ERROR_STOP=1 -U accounts_admin accounts <<'END'
+grant bernd to accounts_admin;
+reassign owned by bernd to accounts_admin;
+drop owned by bernd;
+drop role bernd;
+END
+
+psql -h 127.0.0.1 -U accounts_admin -f postgresql/remove.sql accounts
+odbcinst -u -s -l -n accounts
+odbcinst -u -d -n NORDVALE_ISAM
+! grep -q . /etc/odbc.ini /etc/odbcinst.ini
+script/private-postgresql stop /tmp/database
+"""
+
+SCRIPTS = {"readme": README, "samples": SAMPLES, "postgresql": POSTGRESQL}
+
+
+def shown_lines(document):
+    """The lines of the document's indented and fenced blocks, without what stands behind a command for the reader."""
+    lines, fenced, indented, blank = [], False, False, True
+    for line in (ROOT / document).read_text().splitlines():
+        if line.startswith("```"):
+            fenced = not fenced
+            continue
+        indented = bool(re.match(r" {4,}\S", line)) and (indented or blank)
+        blank = not line.strip()
+        if line.strip() and (fenced or indented):
+            lines.append(re.sub(r"  +#.*", "", line).strip())
+    return lines
+
+
+@pytest.fixture(scope="module")
+def machine():
+    with throwaway_machine() as machine:
+        yield machine
+
+
+@pytest.mark.parametrize("document", DOCUMENTS)
+def test_each_line_of_a_document_is_run_by_a_script_below(document):
+    run = {line.strip() for script in SCRIPTS.values() for line in script.splitlines()}
+    assert [line for line in shown_lines(document) if line not in run and line not in NOT_RUN] == []
+
+
+@pytest.mark.parametrize("name", SCRIPTS)
+def test_what_the_documents_say_works_as_it_stands(machine, name):
+    machine.run(SCRIPTS[name])
