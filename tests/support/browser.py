@@ -20,8 +20,9 @@ SECONDS = 45
 
 
 @contextmanager
-def started_browser():
+def started_browser(accept_insecure_certs=False):
     options = webdriver.ChromeOptions()
+    options.accept_insecure_certs = accept_insecure_certs
     options.binary_location = "/usr/bin/chromium"
     options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
     with tempfile.TemporaryDirectory() as profile:
