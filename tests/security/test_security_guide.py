@@ -88,7 +88,7 @@ def rights(accounts):
     return sorted(accounts.source.rows(query))
 
 
-@pytest.mark.parametrize("name", ("nginx", "stunnel"))
+@pytest.mark.parametrize("name", ("nginx", "stunnel", "ssh"))
 def test_a_privilege_is_changed_through_the_front(browser, front_of, accounts, name):
     log_in(browser, front_of(name).address)
     press(browser, "rights")

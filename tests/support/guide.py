@@ -1,6 +1,9 @@
 """The configurations that docs/security.md shows, taken out of it and started."""
 
+import getpass
+import os
 import re
+import shlex
 import socket
 import ssl
 import subprocess
@@ -40,6 +43,7 @@ class Front:
             + ["-keyout", self.certificate, "-out", folder / "certificate.pem"],
             check=True,
             capture_output=True,
+            env=uninstrumented(),
         )
         with self.certificate.open("a") as both:
             both.write((folder / "certificate.pem").read_text())
@@ -110,3 +114,29 @@ def stunnel(front):
     with running(["/usr/bin/stunnel4", far], front.port), running(["/usr/bin/stunnel4", near], near_port):
         front.address = f"http://localhost:{near_port}/"
         yield
+
+
+@contextmanager
+def ssh(front):
+    """The guide's command, to an SSH server of its own that lets in whoever runs this."""
+    folder, near_port = front.folder, free_port()
+    for key in ("server", "administrator"):
+        subprocess.run(["ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", folder / key], check=True, env=uninstrumented())
+    (folder / "known_hosts").write_text(f"[127.0.0.1]:{front.port} {(folder / 'server.pub').read_text()}")
+    if os.geteuid() == 0:
+        os.makedirs("/run/sshd", exist_ok=True)
+    settings = (f"Port={front.port}", "ListenAddress=127.0.0.1", f"HostKey={folder}/server", "PidFile=none")
+    settings += (f"AuthorizedKeysFile={folder}/administrator.pub", "StrictModes=no", "UsePAM=no")
+    server = ["/usr/sbin/sshd", "-D", "-e", "-f", "/dev/null", *with_each("-o", settings)]
+    (shown,) = re.findall("^    (ssh -N .*)$", GUIDE.read_text(), flags=re.MULTILINE)
+    shown = replaced(shown, "8451:127.0.0.1:8451", f"{near_port}:127.0.0.1:{front.server_port}")
+    shown = replaced(shown, "admin@server.example.org", f"{getpass.getuser()}@127.0.0.1")
+    own = (f"Port={front.port}", f"IdentityFile={folder}/administrator", f"UserKnownHostsFile={folder}/known_hosts")
+    client = [*shlex.split(shown), "-F", "/dev/null", *with_each("-o", own)]
+    with running(server, front.port), running(client, near_port):
+        front.address = f"http://localhost:{near_port}/"
+        yield
+
+
+def with_each(option, values):
+    return [word for value in values for word in (option, value)]
