@@ -147,6 +147,14 @@ def test_without_it_the_part_that_came_is_obeyed(server, accounts):
     assert not [grantee for grantee, *_ in rights(accounts) if grantee == "mary"]
 
 
+def test_nginx_refuses_a_form_that_would_be_cut(front_of, accounts):
+    before = rights(accounts)
+    rest = 32769 - len(posted([*BROKEN_OFF, ("rest", "")]).partition(b"\r\n\r\n")[2])
+    answer = post(front_of("nginx"), [*BROKEN_OFF, ("rest", rest * "x")])
+    assert answer.startswith(b"HTTP/1.1 413 ")
+    assert rights(accounts) == before
+
+
 def test_a_silent_connection_does_not_hold_nginx(front_of, accounts):
     front = front_of("nginx")
     with front.connect(), front.connect() as connection:
