@@ -38,8 +38,6 @@ async function start() {
     window.tabwarden_ready = true;
     if (history.state?.fields && !is_new_visit())
         go(history.state.fields, {place: "same"});
-    else if (shown.name === "start" && !datasource_list(shown).length)
-        notice("info", "There is no data source. Add one with the driver NORDVALE_ISAM or Tabrin to odbc.ini, then load this page again.");
 }
 
 // Browsers keep what the history remembers for an address when a link or the reader names that address once more.

@@ -129,9 +129,18 @@ def without_data_sources(running_server):
     return f"http://localhost:{running_server.port}/"
 
 
-def test_without_any_data_source_the_start_page_says_how_to_add_one(browser, without_data_sources):
+@pytest.mark.parametrize("script", [True, False])
+def test_without_any_data_source_the_start_page_says_how_to_add_one(browser, without_data_sources, script):
+    if not script:
+        browsers.switch_script_off(browser)
     browser.get(without_data_sources)
-    assert [kind for kind, text in notices(browser) if "odbc.ini" in text] == ["info"]
+    assert "/etc/odbc.ini" in browsers.find(browser, "form").text
+
+
+@ON_EMBEDDED
+def test_where_a_data_source_can_be_chosen_the_start_page_does_not(browser, site):
+    browser.get(site)
+    assert "/etc/odbc.ini" not in browsers.find(browser, "form").text
 
 
 @ON_EMBEDDED

@@ -9,8 +9,8 @@ from support.server import ROOT, uninstrumented
 
 TARBALL = ROOT / "build" / "packaging" / "root.tar"
 
-# systemd to boot it, the driver manager and what the drivers need, what the service is used with.
-PACKAGES = ("systemd-sysv", "unixodbc", "libsqlite3-0", "odbc-postgresql", "logrotate", "iproute2")
+# systemd to boot it, the driver manager, what the drivers and the packages need, what the service is used with.
+PACKAGES = ("systemd-sysv", "unixodbc", "libsqlite3-0", "odbc-postgresql", "adduser", "logrotate", "iproute2")
 
 
 def apt_options():
