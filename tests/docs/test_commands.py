@@ -10,8 +10,10 @@ from support.throwaway import CLONE, throwaway_machine
 
 DOCUMENTS = ["README.md", *(f"docs/{path.name}" for path in sorted((ROOT / "docs").glob("*.md"))), "embedded/README.md"]
 
-# Their blocks are the program's statements, which test_data_sources.py compares with it.
+# The blocks of the one are the program's statements, which test_data_sources.py compares with it; those of the other
+# configurations, with which tests/security starts the programs that they are for.
 DOCUMENTS.remove("docs/data-sources.md")
+DOCUMENTS.remove("docs/security.md")
 
 # What the scripts below leave out, and why.
 NOT_RUN = {
@@ -22,6 +24,15 @@ NOT_RUN = {
     "script/bench": "it measures for minutes; so do the other two",
     "bench/instructions": "measures",
     "bench/pages": "measures",
+    **dict.fromkeys(
+        [
+            "apt install ./build/package/tabwarden_*.deb",
+            "apt install ./build/package/tabwarden_*.deb ./build/package/tabwarden-postgresql_*.deb",
+            "psql -h 127.0.0.1 -U accounts_admin -f /usr/share/tabwarden/postgresql/install.sql accounts",
+            r"printf '[accounts]\nDriver=Tabrin\nServername=127.0.0.1\nPort=5432\nDatabase=accounts\n' | odbcinst -i -s -l -r",
+        ],
+        "the packages: test_package.py installs them, and loads their drivers",
+    ),
     **dict.fromkeys(
         [
             "grant  {all | select | insert | update | delete} on name to   {user | \"user\" | public}",

@@ -2,6 +2,7 @@
 
 import os
 import re
+import shutil
 import subprocess
 from base64 import b64encode
 
@@ -9,6 +10,7 @@ import pytest
 
 from support.chroot import Chroot
 from support.debian_root import DebianRoot
+from support.machine import Machine, what_is_missing
 from support.server import ROOT, uninstrumented
 
 BUILT = ROOT / "build" / "package"
@@ -50,6 +52,21 @@ def tabwarden(machine, packages):
     """A machine with the package tabwarden."""
     install(machine, packages[0])
     return machine
+
+
+@pytest.fixture
+def booted(packages):
+    """A machine that runs systemd, with the package tabwarden in /root and not installed."""
+    if missing := what_is_missing():
+        pytest.skip(missing)
+    root = DebianRoot()
+    try:
+        shutil.copy(packages[0], root.path / "root/tabwarden.deb")
+        machine = Machine(root.path)
+        yield machine
+        machine.stop()
+    finally:
+        root.remove()
 
 
 def contents(machine):
@@ -123,6 +140,13 @@ def test_the_service_runs_as_its_own_user_and_the_start_page_says_how_to_add_a_d
 
 def test_the_service_is_started_with_the_machine(tabwarden):
     assert tabwarden.run("readlink", "/etc/systemd/system/multi-user.target.wants/tabwarden.service")
+
+
+def test_with_systemd_the_service_runs_from_the_installation_to_the_removal(booted):
+    booted.run("dpkg", "-i", "/root/tabwarden.deb")
+    assert booted.run("systemctl", "is-active", "tabwarden") == "active\n"
+    booted.run("dpkg", "--remove", "tabwarden")
+    assert booted.run("systemctl", "is-active", "tabwarden", check=False) == "inactive\n"
 
 
 def test_nobody_else_reads_the_databases_and_the_log(tabwarden):
