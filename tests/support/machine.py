@@ -21,13 +21,10 @@ UNIFIED = "SYSTEMD_NSPAWN_UNIFIED_HIERARCHY"
 ENVIRONMENT = {"PATH": "/usr/local/bin:/usr/sbin:/usr/bin", "LC_ALL": "C.UTF-8"}
 
 
-def unified_groups():
-    """Where control groups of version 2 are, if anywhere."""
-    for line in Path("/proc/self/mounts").read_text().splitlines():
-        _, folder, kind, *_ = line.split()
-        if kind == "cgroup2":
-            return Path(folder)
-    return None
+def control_groups(*kinds):
+    """Where hierarchies of control groups of these kinds are."""
+    mounts = (line.split() for line in Path("/proc/self/mounts").read_text().splitlines())
+    return [Path(folder) for _, folder, kind, *_ in mounts if kind in kinds]
 
 
 def what_is_missing():
@@ -36,8 +33,8 @@ def what_is_missing():
         return "to boot a machine takes root"
     if missing := [tool for tool in ("mmdebstrap", "systemd-nspawn") if not shutil.which(tool)]:
         return f"{', '.join(missing)} not installed: script/bootstrap"
-    groups = unified_groups()
-    if not groups or not os.access(groups, os.W_OK):
+    groups = control_groups("cgroup2")
+    if not groups or not os.access(groups[0], os.W_OK):
         return "no control groups to make one in"
     if subprocess.run(["unshare", "--mount", "--pid", "--net", "--fork", "true"], capture_output=True).returncode != 0:
         return "no namespaces of one's own"
@@ -51,7 +48,7 @@ class Machine:
         self.root = root
         self.name = f"tabwarden-{secrets.token_hex(4)}"
         self.folder = Path(tempfile.mkdtemp(prefix="tabwarden-machine-"))
-        self.group = unified_groups() / self.name
+        self.group = control_groups("cgroup2")[0] / self.name
         self.group.mkdir()
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as news, open(self.folder / "console", "wb") as console:
             news.bind(str(self.folder / "news"))
@@ -112,14 +109,16 @@ class Machine:
         else:
             self.process.kill()
         self.process.wait()
-        wait_until(self._is_group_gone)
+        wait_until(self._are_groups_gone)
         shutil.rmtree(self.folder)
 
-    def _is_group_gone(self):
-        """Groups can be removed once the kernel is through with their processes."""
+    def _are_groups_gone(self):
+        """Once the kernel is through with their processes. nspawn makes the same ones in other hierarchies."""
+        groups = [hierarchy / self.name for hierarchy in control_groups("cgroup", "cgroup2")]
         try:
-            for folder, _, _ in os.walk(self.group, topdown=False):
-                os.rmdir(folder)
+            for group in groups:
+                for folder, _, _ in os.walk(group, topdown=False):
+                    os.rmdir(folder)
         except OSError:
             return False
-        return not self.group.exists()
+        return True
