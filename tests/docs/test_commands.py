@@ -1,12 +1,13 @@
 """Every command and every line of configuration that the documents show is executed, in a machine that is thrown away."""
 
 import re
+from contextlib import ExitStack
 
 import pytest
 
 from support.server import ROOT
 from support.service_commands import SERVICE
-from support.throwaway import CLONE, throwaway_machine
+from support.throwaway import CLONE, Unavailable, throwaway_machine
 
 DOCUMENTS = ["README.md", *(f"docs/{path.name}" for path in sorted((ROOT / "docs").glob("*.md"))), "embedded/README.md"]
 
@@ -195,7 +196,11 @@ def shown_lines(document):
 
 @pytest.fixture(scope="module")
 def machine():
-    with throwaway_machine() as machine:
+    with ExitStack() as stack:
+        try:
+            machine = stack.enter_context(throwaway_machine())
+        except Unavailable as reason:
+            pytest.skip(str(reason))
         yield machine
 
 

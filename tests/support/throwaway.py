@@ -1,5 +1,6 @@
 """A copy of this machine that is thrown away: everything installed here is there, what is written stays in memory."""
 
+import os
 import shutil
 import subprocess
 import tempfile
@@ -63,13 +64,19 @@ class ThrowawayMachine:
         return done.stdout
 
 
+class Unavailable(Exception):
+    """It takes root, overlayfs, and namespaces of one's own."""
+
+
 def only_child(process):
     return int(Path(f"/proc/{process.pid}/task/{process.pid}/children").read_text())
 
 
 @contextmanager
 def throwaway_machine():
-    """Takes root, for the overlay and for a network of its own, in which every port is free."""
+    """With a network of its own, in which every port is free."""
+    if os.geteuid() != 0:
+        raise Unavailable(Unavailable.__doc__)
     folder = Path(tempfile.mkdtemp(prefix="tabwarden-throwaway-", dir=roomy_folder()))
     for name in ("upper", "work", "root"):
         (folder / name).mkdir()
@@ -77,7 +84,8 @@ def throwaway_machine():
     command = ["unshare", "--mount", "--net", "--pid", "--fork", "--kill-child", "bash", "-c", KEEPER, "keeper", folder]
     keeper = subprocess.Popen(command, stdout=subprocess.PIPE, text=True, env=uninstrumented())
     try:
-        assert keeper.stdout.readline() == "ready\n", "the throwaway machine takes root, overlayfs and namespaces"
+        if keeper.stdout.readline() != "ready\n":
+            raise Unavailable(Unavailable.__doc__)
         yield ThrowawayMachine(folder / "root", only_child(keeper))
     finally:
         keeper.kill()
