@@ -147,7 +147,8 @@ def test_format_directives_in_the_data_are_shown_as_they_are(visitor, accounts, 
         text, tables=tables, users=users
     )
     page = visitor.page([("rights_refresh", ""), ("isamuser", f"{text[:200]}'")])
-    assert page.startswith(error_page("\0").partition("\0")[0] + "SQLTables failed with [NORDVALE][ISAM]")
+    # Behind what has been sent by then: the longest names fill a piece of the page.
+    assert error_page("\0").partition("\0")[0] + "SQLTables failed with [NORDVALE][ISAM]" in page
 
 
 @pytest.mark.parametrize("text", FORMATS)
