@@ -4,38 +4,22 @@ from support import browser as browsers
 from support import guide
 from support.guide import Front
 from support.kinds import Embedded
-from support.server import RunningServer, install_html, write_product_ini
 
 
-@pytest.fixture(scope="module")
-def prepared():
+@pytest.fixture(scope="session")
+def prepared_kind():
+    """Of one kind alone: what stands between browser and program does not see which it is."""
     return Embedded()
 
 
 @pytest.fixture(scope="module")
-def server(prepared):
-    install_html()
-    write_product_ini()
-    server = RunningServer(environment=prepared.environment)
-    yield server
-    server.stop()
-
-
-@pytest.fixture
-def accounts(prepared):
-    """The data source with the sample in it."""
-    prepared.reset()
-    return prepared
-
-
-@pytest.fixture(scope="module")
-def front_of(server, tmp_path_factory):
+def front_of(kinds_server, tmp_path_factory):
     """Gives the front of a name, started when it is first asked for."""
     started, contexts = {}, []
 
     def start(name):
         if name not in started:
-            front = Front(tmp_path_factory.mktemp(name), server.port)
+            front = Front(tmp_path_factory.mktemp(name), kinds_server.port)
             contexts.append(getattr(guide, name)(front))
             contexts[-1].__enter__()
             started[name] = front

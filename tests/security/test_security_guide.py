@@ -83,13 +83,13 @@ def post(front, fields, **log_in):
         return read_all(connection)
 
 
-def rights(accounts):
+def rights(either):
     query = 'select * from nordvale.system.tableprv'
-    return sorted(accounts.source.rows(query))
+    return sorted(either.source.rows(query))
 
 
 @pytest.mark.parametrize("name", ("nginx", "stunnel", "ssh"))
-def test_a_privilege_is_changed_through_the_front(browser, front_of, accounts, name):
+def test_a_privilege_is_changed_through_the_front(browser, front_of, either, name):
     log_in(browser, front_of(name).address)
     press(browser, "rights")
     show_rights(browser, "mary")
@@ -98,64 +98,64 @@ def test_a_privilege_is_changed_through_the_front(browser, front_of, accounts, n
     assert box(browser, STOCK, "delete").is_selected()
 
 
-def test_nginx_refuses_a_form_of_another_site(browser, front_of, accounts):
+def test_nginx_refuses_a_form_of_another_site(browser, front_of, either):
     address = front_of("nginx").address
-    before = rights(accounts)
+    before = rights(either)
     log_in(browser, address)
     assert "403 Forbidden" in send_from_elsewhere(browser, address)
-    assert rights(accounts) == before
+    assert rights(either) == before
 
 
-def test_without_it_the_same_form_is_obeyed(browser, server, accounts):
-    address = f"http://localhost:{server.port}/"
-    before = rights(accounts)
+def test_without_it_the_same_form_is_obeyed(browser, kinds_server, either):
+    address = f"http://localhost:{kinds_server.port}/"
+    before = rights(either)
     log_in(browser, address)
     assert "Permissions currently allowed for user mary." in send_from_elsewhere(browser, address)
-    assert len(rights(accounts)) > len(before)
+    assert len(rights(either)) > len(before)
 
 
-def test_nginx_asks_for_the_log_in_again_after_a_wrong_password(front_of, accounts):
+def test_nginx_asks_for_the_log_in_again_after_a_wrong_password(front_of, either):
     answer = post(front_of("nginx"), USERS_PAGE, password="wrong")
     assert answer.startswith(b"HTTP/1.1 401 ")
     assert b'WWW-Authenticate: Basic realm="Isam Permissions Administration"\r\n' in answer
 
 
-def test_nginx_passes_on_an_error_page_that_has_no_status_line(front_of, accounts):
+def test_nginx_passes_on_an_error_page_that_has_no_status_line(front_of, either):
     answer = post(front_of("nginx"), [("initial_datasource", UNREACHABLE), ("users.x", "1")])
     assert b"<p>SQLDriverConnect failed with " in answer
     assert answer.endswith(b"</BODY></HTML>")
 
 
-def test_nginx_tells_browsers_to_keep_no_page_with_passwords(front_of, accounts):
+def test_nginx_tells_browsers_to_keep_no_page_with_passwords(front_of, either):
     header = post(front_of("nginx"), USERS_PAGE).partition(b"\r\n\r\n")[0]
     assert [line for line in header.splitlines() if b"cache" in line.lower()] == [b"Cache-Control: no-store"]
 
 
-def test_a_form_that_breaks_off_is_not_obeyed_behind_nginx(front_of, accounts):
-    before = rights(accounts)
+def test_a_form_that_breaks_off_is_not_obeyed_behind_nginx(front_of, either):
+    before = rights(either)
     front = front_of("nginx")
     with front.connect() as connection:
         connection.sendall(posted(BROKEN_OFF, length=5000))
     post(front, USERS_PAGE)
-    assert rights(accounts) == before
+    assert rights(either) == before
 
 
-def test_without_it_the_part_that_came_is_obeyed(server, accounts):
-    with server.connect() as connection:
+def test_without_it_the_part_that_came_is_obeyed(kinds_server, either):
+    with kinds_server.connect() as connection:
         connection.sendall(posted(BROKEN_OFF, length=5000))
-    server.get("/")
-    assert not [grantee for grantee, *_ in rights(accounts) if grantee == "mary"]
+    kinds_server.get("/")
+    assert not [grantee for grantee, *_ in rights(either) if grantee == "mary"]
 
 
-def test_nginx_refuses_a_form_that_would_be_cut(front_of, accounts):
-    before = rights(accounts)
+def test_nginx_refuses_a_form_that_would_be_cut(front_of, either):
+    before = rights(either)
     rest = 32769 - len(posted([*BROKEN_OFF, ("rest", "")]).partition(b"\r\n\r\n")[2])
     answer = post(front_of("nginx"), [*BROKEN_OFF, ("rest", rest * "x")])
     assert answer.startswith(b"HTTP/1.1 413 ")
-    assert rights(accounts) == before
+    assert rights(either) == before
 
 
-def test_a_silent_connection_does_not_hold_nginx(front_of, accounts):
+def test_a_silent_connection_does_not_hold_nginx(front_of, either):
     front = front_of("nginx")
     with front.connect(), front.connect() as connection:
         connection.sendall(b"GET /images/users.png HTTP/1.1\r\nHost: localhost\r\n\r\n")

@@ -28,7 +28,7 @@ exec sleep infinity
 
 
 def copy_tree(target):
-    """The tree as it is, its changes included, and its history, which git needs."""
+    """The tree as it is, its changes included; not its history."""
     listed = subprocess.run(
         ["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"], cwd=ROOT, stdout=subprocess.PIPE, check=True
     )
@@ -41,7 +41,6 @@ def copy_tree(target):
 class ThrowawayMachine:
     def __init__(self, root, keeper):
         """`keeper` is the process that lives in the machine's namespaces."""
-        self.root = root
         self._enter = ["nsenter", "--target", str(keeper), "--mount", "--net", "--pid", "chroot", root]
 
     def run(self, script, seconds=300):
