@@ -1,50 +1,20 @@
 """The Debian packages: what they do to a machine, whether their documents are enough, and that they leave nothing."""
 
-import os
 import re
-import shutil
 import subprocess
-from base64 import b64encode
 
 import pytest
 
-from support.chroot import Chroot
-from support.debian_root import DebianRoot
-from support.machine import Machine, what_is_missing
-from support.server import ROOT, uninstrumented
-
-BUILT = ROOT / "build" / "package"
+from support.packaged_commands import INSTALLATION, SERVICE
+from support.sample import Visitor
+from support.server import ROOT, wait_until
+from support.service import Service, install
 
 ODBCINST = "/etc/odbcinst.ini"
 OWN_ENTRY = "[Mine]\nDriver=/opt/mine.so\n\n"
 
-# What the tools that make packages and users note for themselves.
-NOTES = re.compile(r"/var/(lib/dpkg|log/dpkg|cache/ldconfig)|/etc/(passwd|shadow|group|gshadow)-|/run/adduser")
-
-
-@pytest.fixture(scope="session")
-def packages():
-    """The files of tabwarden and tabwarden-postgresql."""
-    subprocess.run([ROOT / "script" / "package"], check=True, env=uninstrumented(), stdout=subprocess.DEVNULL)
-    return tuple(next(BUILT.glob(f"{name}_*.deb")) for name in ("tabwarden", "tabwarden-postgresql"))
-
-
-@pytest.fixture(scope="session")
-def debian():
-    """The folder of a Debian that has what the packages depend on, and not them."""
-    if os.geteuid() != 0:
-        pytest.skip("to install packages takes root")
-    root = DebianRoot()
-    yield root.path
-    root.remove()
-
-
-@pytest.fixture
-def machine(debian, tmp_path):
-    """Without the packages."""
-    machine = Chroot(debian, tmp_path)
-    yield machine
-    machine.stop()
+# What systemd and the tools that make packages and users note for themselves.
+NOTES = re.compile(r"/var/(lib/dpkg|log/dpkg|log/journal|cache/ldconfig)|/etc/(passwd|shadow|group|gshadow)-")
 
 
 @pytest.fixture
@@ -55,31 +25,21 @@ def tabwarden(machine, packages):
 
 
 @pytest.fixture
-def booted(packages):
-    """A machine that runs systemd, with the package tabwarden in /root and not installed."""
-    if missing := what_is_missing():
-        pytest.skip(missing)
-    root = DebianRoot()
-    try:
-        shutil.copy(packages[0], root.path / "root/tabwarden.deb")
-        machine = Machine(root.path)
-        yield machine
-        machine.stop()
-    finally:
-        root.remove()
+def service(booted, packages):
+    """What the package tabwarden runs from its installation on."""
+    install(booted, packages[0])
+    service = Service(booted)
+    wait_until(service.answers)
+    return service
 
 
 def contents(machine):
     """Each path with its kind, mode, owner and, for a file, checksum."""
     listed = machine.shell(
-        "find / -xdev \\( -path /root -o -path /proc -o -path /dev -o -path /sys \\) -prune -o"
-        " -printf '%p %y %m %u:%g %l\\n'; find / -xdev -path /root -prune -o -type f -exec md5sum {} +"
+        "find / /tmp -xdev \\( -path /root -o -path /proc -o -path /dev -o -path /sys \\) -prune -o"
+        " -printf '%p %y %m %u:%g %l\\n'; find / /tmp -xdev -path /root -prune -o -type f -exec md5sum {} +"
     )
     return {line for line in listed.splitlines() if not NOTES.search(line)}
-
-
-def install(machine, *packages):
-    return machine.run("dpkg", "-i", *map(machine.bring, packages))
 
 
 def changed_package(package, folder, version, files=()):
@@ -94,18 +54,6 @@ def changed_package(package, folder, version, files=()):
     changed = folder / f"tabwarden_{version}.deb"
     subprocess.run(["dpkg-deb", "-b", unpacked, changed], check=True, stdout=subprocess.DEVNULL)
     return changed
-
-
-def get(machine, path="/"):
-    return machine.request(f"GET {path} HTTP/1.1\r\nHost: localhost\r\n\r\n".encode()).decode()
-
-
-def post(machine, password, **fields):
-    """What the pages answer to the administrator."""
-    body = "&".join(f"{name}={value}" for name, value in {"datasource": "accounts", **fields, "form_end": 1}.items())
-    log_in = b64encode(f"admin:{password}".encode()).decode()
-    lines = ["POST /isam.cgi HTTP/1.1", "Host: localhost", f"Authorization: Basic {log_in}", f"Content-Length: {len(body)}"]
-    return machine.request("\r\n".join([*lines, "", body]).encode()).decode()
 
 
 def documented(machine, heading):
@@ -131,22 +79,19 @@ def test_the_packages_have_the_version_of_the_program(packages):
     assert all(f"_{version}_" in package.name for package in packages)
 
 
-def test_the_service_runs_as_its_own_user_and_the_start_page_says_how_to_add_a_data_source(tabwarden):
-    number = tabwarden.start_service()
-    page = get(tabwarden)
+def test_the_service_runs_as_its_own_user_and_the_start_page_says_how_to_add_a_data_source(service):
+    page = service.get("/").decode()
     assert '<p class="start no_source">' in page and "/etc/odbc.ini" in page
-    assert tabwarden.run("stat", "-c", "%U:%G", f"/proc/{number}") == "tabwarden:tabwarden\n"
+    assert service.machine.run("stat", "-c", "%U:%G", f"/proc/{service.pid()}") == "tabwarden:tabwarden\n"
 
 
 def test_the_service_is_started_with_the_machine(tabwarden):
     assert tabwarden.run("readlink", "/etc/systemd/system/multi-user.target.wants/tabwarden.service")
 
 
-def test_with_systemd_the_service_runs_from_the_installation_to_the_removal(booted):
-    booted.run("dpkg", "-i", "/root/tabwarden.deb")
-    assert booted.run("systemctl", "is-active", "tabwarden") == "active\n"
-    booted.run("dpkg", "--remove", "tabwarden")
-    assert booted.run("systemctl", "is-active", "tabwarden", check=False) == "inactive\n"
+def test_the_service_ends_with_a_removal(service):
+    service.machine.run("dpkg", "--remove", "tabwarden")
+    assert service.machine.attempt("systemctl", "is-active", "tabwarden").stdout == "inactive\n"
 
 
 def test_nobody_else_reads_the_databases_and_the_log(tabwarden):
@@ -154,38 +99,65 @@ def test_nobody_else_reads_the_databases_and_the_log(tabwarden):
     assert folders == "tabwarden:tabwarden 750\n" * 2
 
 
-def test_with_the_documents_of_the_package_a_user_is_made_who_may_what_the_pages_granted(tabwarden):
-    make, name, create = documented(tabwarden, "An embedded database")
-    tabwarden.shell(make, typed="over the moon\n")
-    tabwarden.shell(name)
-    tabwarden.shell(create.replace("PASSWORD", "'over the moon'"))
-    tabwarden.start_service()
-    assert "<option" in get(tabwarden)
-    users = post(tabwarden, "over the moon", users_refresh="", __newuser="anna", __newpass="new", submit_users="Submit")
-    assert "anna_password" in users
-    assert "does not have the select privilege" in isql(tabwarden, "anna", "new", "select * from customer")
-    rights = {"rights_refresh": "", "isamuser": "anna", "customer_select": "OFF", "submit_selection": "Submit"}
-    assert "checked" in post(tabwarden, "over the moon", **rights).lower()
-    assert "SQLRowCount returns" in isql(tabwarden, "anna", "new", "select * from customer")
+def test_with_the_documents_of_the_package_a_user_is_made_who_may_what_the_pages_granted(service):
+    machine = service.machine
+    make, name, create = documented(machine, "An embedded database")
+    machine.shell(make, typed="over the moon\n")
+    machine.shell(name)
+    machine.shell(create.replace("PASSWORD", "'over the moon'"))
+    assert b"<option" in service.get("/")
+    visitor = Visitor(service, None)
+    log_in = {"user": "admin", "password": "over the moon"}
+    make_anna(visitor, **log_in)
+    assert "does not have the select privilege" in isql(machine, "anna", "new", "select * from customer")
+    grant_anna(visitor, "customer_select", **log_in)
+    assert "SQLRowCount returns" in isql(machine, "anna", "new", "select * from customer")
 
 
-def test_with_the_documents_of_the_package_the_log_is_switched_on(tabwarden):
-    make, restart = documented(tabwarden, "Templates and log")
-    assert restart == "systemctl restart tabwarden"
-    tabwarden.shell(make)
-    tabwarden.start_service()
-    get(tabwarden)
-    assert "load_template(header.html" in tabwarden.read("/var/log/tabwarden/kelvohttp.log")
+def make_anna(visitor, **log_in):
+    new = [("__newuser", "anna"), ("__newpass", "new"), ("__newfile", "")]
+    assert "anna_password" in visitor.page([("users_refresh", ""), *new, ("submit_users", "Submit")], **log_in)
 
 
-def test_an_upgrade_keeps_changed_templates_and_brings_the_others_anew(tabwarden, packages, tmp_path_factory):
-    tabwarden.shell("echo '<p>Call Anna</p>' >>/etc/tabwarden/html/footer.html")
+def grant_anna(visitor, box, **log_in):
+    chosen = [("rights_refresh", ""), ("isamuser", "anna"), (box, "OFF")]
+    assert "checked" in visitor.page([*chosen, ("submit_selection", "Submit")], **log_in).lower()
+
+
+def test_with_the_documents_of_the_package_the_log_is_switched_on(service):
+    for command in documented(service.machine, "Templates and log"):
+        service.machine.shell(command)
+    wait_until(service.answers)
+    assert "load_template(header.html" in service.machine.read("/var/log/tabwarden/kelvohttp.log")
+
+
+def test_what_the_service_document_says_works_as_it_stands(service):
+    service.machine.shell(SERVICE, seconds=100)
+
+
+def test_with_the_packages_a_postgresql_database_is_set_up_as_the_documents_say(booted, packages):
+    booted.bring("/srv/build/package", *packages)
+    booted.shell(f"cd /srv\n{INSTALLATION}", seconds=100)
+    visitor = Visitor(Service(booted), None)
+    log_in = {"user": "accounts_admin", "password": "a secret"}
+    make_anna(visitor, **log_in)
+    connection = "host=127.0.0.1 dbname=accounts user=anna password=new"
+    as_anna = ("psql", "-c", "select * from orders", connection)
+    assert "permission denied" in booted.attempt(*as_anna).stdout
+    grant_anna(visitor, "accounts.public.orders_select", **log_in)
+    assert "(0 rows)" in booted.run(*as_anna)
+
+
+def test_an_upgrade_keeps_changed_templates_and_brings_the_others_anew(service, packages, tmp_path_factory):
+    machine = service.machine
+    machine.shell("echo '<p>Call Anna</p>' >>/etc/tabwarden/html/footer.html")
     files = [("etc/tabwarden/html/footer.html", "<p>New</p>"), ("etc/tabwarden/html/menu.html", "<p>Newer</p>")]
     newer = changed_package(packages[0], tmp_path_factory.mktemp("newer"), "9.0", files)
-    tabwarden.run("dpkg", "-i", "--force-confdef", "--force-confold", tabwarden.bring(newer))
-    tabwarden.start_service()
-    page = get(tabwarden)
-    assert [part in page for part in ("<p>Call Anna</p>", "<p>New</p>", "<p>Newer</p>")] == [True, False, True]
+    machine.bring("/root", newer)
+    machine.run("dpkg", "-i", "--force-confdef", "--force-confold", f"/root/{newer.name}")
+    wait_until(service.answers)
+    page = service.get("/")
+    assert [part in page for part in (b"<p>Call Anna</p>", b"<p>New</p>", b"<p>Newer</p>")] == [True, False, True]
 
 
 def test_an_upgrade_leaves_the_registration_as_it_is(tabwarden, packages, tmp_path_factory):
@@ -195,12 +167,12 @@ def test_an_upgrade_leaves_the_registration_as_it_is(tabwarden, packages, tmp_pa
     assert tabwarden.read(ODBCINST) == before
 
 
-def test_a_purge_leaves_the_machine_as_it_was(machine, packages):
-    before = contents(machine)
-    install(machine, *packages)
-    machine.shell(f"kill {machine.start_service()}")
-    machine.run("dpkg", "--purge", "tabwarden-postgresql", "tabwarden")
-    assert contents(machine) ^ before == set()
+def test_a_purge_leaves_the_machine_as_it_was(booted, packages):
+    before = contents(booted)
+    install(booted, *packages)
+    wait_until(Service(booted).answers)
+    booted.run("dpkg", "--purge", "tabwarden-postgresql", "tabwarden")
+    assert contents(booted) ^ before == set()
 
 
 def test_where_the_driver_manager_knew_no_driver_it_knows_none_after_a_removal(machine, packages):
@@ -254,12 +226,6 @@ def test_a_driver_that_was_registered_once_more_goes_with_the_package(tabwarden)
 def test_what_stands_in_the_way_of_the_package_is_not_touched(machine, packages, path):
     path = f"/usr/local/nordvale/{path}"
     machine.shell(f"mkdir -p $(dirname {path}) && echo own >{path}")
-    done = machine.attempt("dpkg", "-i", machine.bring(packages[0]))
-    assert done.returncode and "move it away, then install again" in done.stdout
+    with pytest.raises(AssertionError, match="move it away, then install again"):
+        install(machine, packages[0])
     assert machine.read(path) == "own\n"
-
-
-def test_the_driver_for_postgresql_is_loaded(tabwarden, packages):
-    install(tabwarden, packages[1])
-    tabwarden.write("/etc/odbc.ini", "[accounts]\nDriver=Tabrin\nServername=127.0.0.1\nPort=1\nDatabase=accounts\n")
-    assert 'connection to server at "127.0.0.1", port 1 failed' in isql(tabwarden, "admin", "secret", "select 1")

@@ -1,24 +1,60 @@
-"""A throwaway Debian system that runs: systemd, processes and network are its own."""
+"""Machines that are thrown away: a layer over a folder with a system, with processes and a network of their own.
+
+What is written in one stays in memory, and is gone with its last process.
+"""
 
 import ctypes
 import os
 import secrets
-import shutil
+import signal
 import socket
 import subprocess
 import tempfile
 import time
 from concurrent.futures import ThreadPoolExecutor
-from contextlib import suppress
+from contextlib import contextmanager, suppress
 from pathlib import Path
 
-from support.server import uninstrumented, wait_until
+from support.server import start_line_of, uninstrumented, wait_until
+
+# Of commands in a machine, whatever the outside has.
+ENVIRONMENT = {
+    "PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
+    "HOME": "/root",
+    "LC_ALL": "C.UTF-8",
+    "DEBIAN_FRONTEND": "noninteractive",
+}
 
 # systemd filters addresses only where all control groups are of version 2, which they are in a hierarchy of its own.
 UNIFIED = "SYSTEMD_NSPAWN_UNIFIED_HIERARCHY"
 
-# Of commands in a machine, whatever the outside has.
-ENVIRONMENT = {"PATH": "/usr/local/bin:/usr/sbin:/usr/bin", "LC_ALL": "C.UTF-8"}
+# $1 is the folder with the system, $2 an empty one; the rest is a command that goes on. What is mounted goes away with
+# its last process.
+LAYER = """
+set -e
+mount -t tmpfs -o mode=0755 tmpfs "$2"
+mkdir "$2/upper" "$2/work" "$2/root"
+mount -t overlay overlay -o "lowerdir=$1,upperdir=$2/upper,workdir=$2/work" "$2/root"
+cd "$2/root"
+shift 2
+"""
+
+NAMESPACES = ["--mount", "--net", "--pid", "--fork"]
+
+# /tmp and /run without what the processes of that folder's system keep there. Not ready before the change of root: who
+# enters takes over the root, and would be outside.
+QUIET = """
+mount -t proc proc proc
+mount --rbind /dev dev
+mount -t tmpfs -o mode=1777 tmpfs tmp
+mount -t tmpfs -o mode=0755 tmpfs run
+ip link set lo up
+exec chroot . sh -c "echo ready; exec sleep infinity"
+"""
+
+# All that a machine may do: systemd would else leave out what it cannot set up.
+BOOT = ["systemd-nspawn", "--quiet", "--register=no", "--keep-unit", "--private-network", "--capability=all",
+        "--system-call-filter=bpf", "--console=pipe", "--notify-ready=yes", "--boot"]  # fmt: skip
 
 
 def control_groups(*kinds):
@@ -28,68 +64,65 @@ def control_groups(*kinds):
 
 
 def what_is_missing():
-    """Why no machine can be booted here, or None."""
+    """Why there can be no quiet machine here, or None."""
     if os.geteuid() != 0:
-        return "to boot a machine takes root"
-    if missing := [tool for tool in ("mmdebstrap", "systemd-nspawn") if not shutil.which(tool)]:
-        return f"{', '.join(missing)} not installed: script/bootstrap"
-    groups = control_groups("cgroup2")
-    if not groups or not os.access(groups[0], os.W_OK):
-        return "no control groups to make one in"
-    if subprocess.run(["unshare", "--mount", "--pid", "--net", "--fork", "true"], capture_output=True).returncode != 0:
-        return "no namespaces of one's own"
+        return "a throwaway machine takes root"
+    with empty_folder() as folder:
+        layer = ["unshare", *NAMESPACES, "sh", "-c", LAYER, "sh", "/etc", folder]
+        if subprocess.run(layer, capture_output=True).returncode != 0:
+            return "no namespaces, or no layers of folders, for a throwaway machine"
     return None
 
 
+def what_is_missing_to_boot():
+    """Why there can be no booted machine here, or None."""
+    if missing := what_is_missing():
+        return missing
+    groups = control_groups("cgroup2")
+    return None if groups and os.access(groups[0], os.W_OK) else "no control groups for a throwaway machine"
+
+
 class Machine:
-    """Boots the system in `root` and answers for it until stop()."""
+    """What is done in a machine. `leader` is a process in its namespaces."""
 
-    def __init__(self, root):
-        self.root = root
-        self.name = f"tabwarden-{secrets.token_hex(4)}"
-        self.folder = Path(tempfile.mkdtemp(prefix="tabwarden-machine-"))
-        self.group = control_groups("cgroup2")[0] / self.name
-        self.group.mkdir()
-        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as news, open(self.folder / "console", "wb") as console:
-            news.bind(str(self.folder / "news"))
-            news.settimeout(1)
-            self.process = self._boot(console)
-            try:
-                self._wait_until_booted(news)
-            except BaseException:
-                self.stop()
-                raise
+    def __init__(self, leader):
+        self.leader = leader
+        self._enter = ["nsenter", "--target", str(leader), "--all", "--root", "--wd"]
 
-    def _boot(self, console):
-        return subprocess.Popen(
-            # All that a machine may do; systemd would else leave out what it cannot set up.
-            ["systemd-nspawn", "--quiet", f"--directory={self.root}", f"--machine={self.name}", "--register=no",
-             "--keep-unit", "--private-network", "--capability=all", "--system-call-filter=bpf", "--console=pipe",
-             "--notify-ready=yes", "--boot"],
-            env=uninstrumented(NOTIFY_SOCKET=str(self.folder / "news"), **{UNIFIED: "1"}),
-            stdin=subprocess.DEVNULL,
-            stdout=console,
-            stderr=console,
-            preexec_fn=lambda: (self.group / "cgroup.procs").write_text("0"),
-        )  # fmt: skip
+    def attempt(self, *command, typed="", seconds=300):
+        """What came of the command: returncode and, with what it said on standard error, stdout. It has no terminal."""
+        done = subprocess.run(
+            [*self._enter, "setsid", "--wait", *command],
+            input=typed if isinstance(typed, bytes) else typed.encode(),
+            stdout=subprocess.PIPE,
+            stderr=subprocess.STDOUT,
+            env=ENVIRONMENT,
+            timeout=seconds,
+        )
+        done.stdout = done.stdout.decode()
+        return done
 
-    def _wait_until_booted(self, news):
-        end = time.monotonic() + 60
-        lines = []
-        while "READY=1" not in lines:
-            assert time.monotonic() < end and self.process.poll() is None, (self.folder / "console").read_text()
-            with suppress(TimeoutError):
-                lines = news.recv(4096).decode().splitlines()
-            for line in lines:
-                if line.startswith("X_NSPAWN_LEADER_PID="):
-                    self.leader = int(line.partition("=")[2])
+    def run(self, *command, **how):
+        """What the command says. It has to succeed."""
+        done = self.attempt(*command, **how)
+        assert done.returncode == 0, done.stdout
+        return done.stdout
 
-    def run(self, *command, check=True, **options):
-        """The standard output of the command in the machine."""
-        return subprocess.run(
-            ["nsenter", "--target", str(self.leader), "--all", *command],
-            check=check, stdout=subprocess.PIPE, text=True, env=ENVIRONMENT, **options,
-        ).stdout  # fmt: skip
+    def shell(self, script, **how):
+        """What the script says. It ends at its first command that fails, which fails the test."""
+        return self.run("bash", "-euo", "pipefail", "-c", script, **how)
+
+    def read(self, path):
+        return self.run("cat", path)
+
+    def write(self, path, data):
+        self.run("sh", "-c", 'cat >"$1"', "sh", path, typed=data)
+
+    def bring(self, folder, *files):
+        """Copies files of the outside into the folder, which is made."""
+        self.run("mkdir", "-p", folder)
+        for file in files:
+            self.write(f"{folder}/{file.name}", file.read_bytes())
 
     def socket(self):
         """A TCP socket in the machine's network. A socket stays where its thread was when it was made."""
@@ -102,23 +135,92 @@ class Machine:
         with ThreadPoolExecutor(1) as thread:
             return thread.submit(make).result()
 
-    def stop(self):
-        # What is in it goes with its first process, without being asked.
-        if hasattr(self, "leader"):
-            os.kill(self.leader, 9)
-        else:
-            self.process.kill()
-        self.process.wait()
-        wait_until(self._are_groups_gone)
-        shutil.rmtree(self.folder)
 
-    def _are_groups_gone(self):
-        """Once the kernel is through with their processes. nspawn makes the same ones in other hierarchies."""
-        groups = [hierarchy / self.name for hierarchy in control_groups("cgroup", "cgroup2")]
+def empty_folder():
+    return tempfile.TemporaryDirectory(prefix="tabwarden-machine-")
+
+
+@contextmanager
+def quiet_machine(base):
+    """Nothing runs in it until the end of the block but what is started there."""
+    with empty_folder() as folder:
+        keeper = subprocess.Popen(
+            ["unshare", *NAMESPACES, "--kill-child", "sh", "-c", LAYER + QUIET, "sh", base, folder],
+            stdout=subprocess.PIPE,
+            env=uninstrumented(),
+        )
         try:
-            for group in groups:
-                for folder, _, _ in os.walk(group, topdown=False):
-                    os.rmdir(folder)
-        except OSError:
-            return False
-        return True
+            assert start_line_of(keeper) == b"ready\n"
+            (leader,) = Path(f"/proc/{keeper.pid}/task/{keeper.pid}/children").read_text().split()
+            yield Machine(leader)
+        finally:
+            # Its child goes with it, and with that one the others.
+            keeper.kill()
+            keeper.communicate()
+
+
+@contextmanager
+def booted_machine(base):
+    """systemd runs in it until the end of the block."""
+    with control_group() as group, empty_folder() as folder, empty_folder() as notes:
+        console = Path(notes, "console")
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as news, open(console, "wb") as output:
+            news.bind(f"{notes}/news")
+            process = subprocess.Popen(
+                ["unshare", "--mount", "sh", "-c", f'{LAYER} exec "$@"', "sh", base, folder]
+                + [*BOOT, f"--machine={group.name}", f"--directory={folder}/root"],
+                env=uninstrumented(NOTIFY_SOCKET=f"{notes}/news", **{UNIFIED: "1"}),
+                stdin=subprocess.DEVNULL,
+                stdout=output,
+                stderr=output,
+                preexec_fn=lambda: (group / "cgroup.procs").write_text("0"),
+            )
+            leader = None
+            try:
+                for line in lines_of(news, until="READY=1"):
+                    assert process.poll() is None, console.read_text()
+                    if line.startswith("X_NSPAWN_LEADER_PID="):
+                        leader = int(line.partition("=")[2])
+                yield Machine(leader)
+            finally:
+                # What is in it goes with its first process, without being asked.
+                with suppress(ProcessLookupError):
+                    os.kill(leader or process.pid, signal.SIGKILL)
+                process.wait()
+
+
+def lines_of(news, until):
+    """What is told over the socket, an empty line while there is nothing new."""
+    news.settimeout(1)
+    end = time.monotonic() + 60
+    line = ""
+    while line != until:
+        assert time.monotonic() < end, f"{until} should have been told by now"
+        try:
+            lines = news.recv(4096).decode().splitlines()
+        except TimeoutError:
+            lines = [""]
+        for line in lines:
+            yield line
+
+
+@contextmanager
+def control_group():
+    """A new one, until the end of the block; by then its processes have to be ended."""
+    group = control_groups("cgroup2")[0] / f"tabwarden-{secrets.token_hex(4)}"
+    group.mkdir()
+    try:
+        yield group
+    finally:
+        wait_until(lambda: is_removed(group.name))
+
+
+def is_removed(group):
+    """Once the kernel is through with the processes. nspawn makes the same one in other hierarchies."""
+    try:
+        for hierarchy in control_groups("cgroup", "cgroup2"):
+            for folder, _, _ in os.walk(hierarchy / group, topdown=False):
+                os.rmdir(folder)
+    except OSError:
+        return False
+    return True

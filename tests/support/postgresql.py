@@ -40,10 +40,9 @@ def roomy_folder():
 
 
 class PrivatePostgresql:
-    """A running server without other databases and roles than its own. `wrapper` is a command that runs another one."""
+    """A running server without other databases and roles than its own."""
 
-    def __init__(self, wrapper=()):
-        self.wrapper = wrapper
+    def __init__(self):
         # Its files belong to the user postgres, who cannot reach into every folder, when root runs the tests.
         self.folder = Path(tempfile.mkdtemp(prefix="tabwarden-postgresql-", dir=roomy_folder()))
         self.port = free_port()
@@ -56,11 +55,11 @@ class PrivatePostgresql:
 
     def start(self):
         """Also after halt(), with everything that was there before."""
-        subprocess.run([*self.wrapper, SCRIPT, "start", self.folder, str(self.port)], env=uninstrumented(), check=True)
+        subprocess.run([SCRIPT, "start", self.folder, str(self.port)], env=uninstrumented(), check=True)
 
     def halt(self):
         """Cuts all sessions off."""
-        subprocess.run([*self.wrapper, SCRIPT, "stop", self.folder], env=uninstrumented(), check=True)
+        subprocess.run([SCRIPT, "stop", self.folder], env=uninstrumented(), check=True)
 
     def stop(self):
         self.halt()
@@ -89,7 +88,7 @@ class PrivatePostgresql:
 
     def _command(self, database, user):
         where = ["-h", "127.0.0.1", "-p", str(self.port), "-d", database, "-U", user]
-        return [*self.wrapper, PSQL, "-XAqtw", *where, "-f", "-"]
+        return [PSQL, "-XAqtw", *where, "-f", "-"]
 
     def _environment(self, password):
         """The scripts mean the same whatever the database is set to."""
