@@ -1,5 +1,6 @@
 """The Debian packages: what they do to a machine, whether their documents are enough, and that they leave nothing."""
 
+import os
 import re
 import subprocess
 
@@ -148,6 +149,30 @@ def test_with_the_packages_a_postgresql_database_is_set_up_as_the_documents_say(
     assert "(0 rows)" in booted.run(*as_anna)
 
 
+def test_the_document_of_the_package_sets_a_postgresql_database_up_in_the_same_way(tabwarden):
+    commands = documented(tabwarden, "A PostgreSQL database")
+    assert commands and [command for command in commands if command not in INSTALLATION.splitlines()] == []
+
+
+def test_the_embedded_drivers_manual_page_makes_a_database_that_the_service_can_open(service):
+    machine = service.machine
+    page = machine.run("zcat", "/usr/share/man/man5/tabwarden_isam.5.gz")
+    _, source, commands = re.findall(r"^\.Bd [^\n]*\n(.*?)^\.Ed$", page, re.MULTILINE | re.DOTALL)
+    machine.write("/etc/odbc.ini", source)
+    machine.shell(commands.replace("PASSWORD", "secret"), typed="secret\n")
+    assert "__newuser" in Visitor(service, None).page([("users_refresh", "")], user="admin", password="secret")
+
+
+def test_the_links_of_the_installed_documents_lead_somewhere(tabwarden, packages):
+    install(tabwarden, packages[1])
+    folder = "/usr/share/doc/tabwarden"
+    documents = tabwarden.run("find", folder, "-name", "*.md").split()
+    links = [(name, link) for name in documents for link in re.findall(r"\]\(([^)#:]+)", tabwarden.read(name))]
+    targets = {f"{os.path.dirname(name)}/{link}" for name, link in links}
+    assert f"{folder}/docs/../packaging/examples/network.conf" in targets
+    assert [target for target in sorted(targets) if tabwarden.attempt("test", "-e", target).returncode] == []
+
+
 def test_an_upgrade_keeps_changed_templates_and_brings_the_others_anew(service, packages, tmp_path_factory):
     machine = service.machine
     machine.shell("echo '<p>Call Anna</p>' >>/etc/tabwarden/html/footer.html")
@@ -220,6 +245,43 @@ def test_a_driver_that_was_registered_once_more_goes_with_the_package(tabwarden)
     tabwarden.shell("odbcinst -q -d -n NORDVALE_ISAM | odbcinst -i -d -r")
     tabwarden.run("dpkg", "--remove", "tabwarden")
     assert "NORDVALE_ISAM" not in tabwarden.read(ODBCINST)
+
+
+@pytest.mark.parametrize("name, driver", [("tabwarden", "NORDVALE_ISAM"), ("tabwarden-postgresql", "Tabrin")])
+def test_a_removal_that_fails_leaves_the_driver_registered(machine, packages, name, driver):
+    install(machine, *packages)
+    machine.shell(f"echo 'exit 1' >>/var/lib/dpkg/info/{name}.prerm")
+    removal = machine.attempt("dpkg", "--force-depends", "--remove", name)
+    assert removal.returncode and f"[{driver}]" in machine.read(ODBCINST)
+
+
+def test_an_account_that_is_in_the_way_is_named_and_outlives_the_purge(machine, packages):
+    machine.run("useradd", "tabwarden")
+    with pytest.raises(AssertionError, match="`tabwarden' already exists, but is not a system user"):
+        install(machine, packages[0])
+    machine.run("dpkg", "--purge", "tabwarden")
+    assert machine.run("id", "-un", "tabwarden") == "tabwarden\n"
+
+
+def test_a_system_user_without_a_group_of_its_own_is_taken(machine, packages):
+    machine.run("useradd", "--system", "--no-user-group", "tabwarden")
+    install(machine, packages[0])
+    assert machine.run("stat", "-c", "%U:%G", "/var/lib/tabwarden") == "tabwarden:tabwarden\n"
+
+
+def test_a_program_that_the_user_still_runs_does_not_stop_the_purge(tabwarden):
+    program = "runuser -u tabwarden -- sh -c 'echo; exec sleep infinity' 2>/dev/null"
+    purge = tabwarden.shell(f"read -r < <({program}); dpkg --purge tabwarden", seconds=60)
+    assert "the user tabwarden is kept" in purge
+
+
+@pytest.mark.parametrize("path", ["isam/html", "bare_product/nareproduct.ini"])
+def test_a_link_of_the_administrators_stays(machine, packages, path):
+    path = f"/usr/local/nordvale/{path}"
+    machine.shell(f"mkdir -p $(dirname {path}) && ln -s /srv/own {path}")
+    with pytest.raises(AssertionError, match="move it away, then install again"):
+        install(machine, packages[0])
+    assert machine.run("readlink", path) == "/srv/own\n"
 
 
 @pytest.mark.parametrize("path", ["isam/html/header.html", "bare_product/nareproduct.ini"])
