@@ -221,6 +221,14 @@ def test_databases_outlive_a_purge_together_with_the_user_who_owns_them(tabwarde
     assert tabwarden.attempt("test", "-e", "/var/log/tabwarden").returncode == 1
 
 
+def test_what_isql_leaves_in_the_folder_of_databases_does_not_keep_it(tabwarden):
+    for command in documented(tabwarden, "An embedded database"):
+        tabwarden.shell(command.replace("PASSWORD", "secret"), typed="secret\n")
+    assert ".isql_history" in tabwarden.run("ls", "-A", "/var/lib/tabwarden")
+    tabwarden.shell("rm /var/lib/tabwarden/accounts.db*; truncate -s 0 /etc/odbc.ini; dpkg --purge tabwarden")
+    assert tabwarden.attempt("id", "tabwarden").returncode == 1
+
+
 @pytest.mark.parametrize("name, driver", [("NORDVALE_ISAM", "isam"), ("Tabrin", "postgresql")])
 def test_the_drivers_are_registered_beside_the_administrators_own(machine, packages, name, driver):
     machine.write(ODBCINST, OWN_ENTRY)
