@@ -18,9 +18,6 @@ DOCUMENTS.remove("docs/security.md")
 
 # What the scripts below leave out, and why.
 NOT_RUN = {
-    "cmake --preset tests && cmake --build build/tests": "the tests have been built so",
-    "ctest --test-dir build/tests -R Template": "a part of the tests",
-    "TABWARDEN_BUILD=$PWD/build/tests /usr/bin/python3 -m pytest tests/pages/test_templates.py": "a part of the tests",
     "script/test": "it runs this",
     "script/bench": "it measures for minutes; so do the other two",
     "bench/instructions": "measures",
@@ -34,13 +31,11 @@ NOT_RUN = {
     ),
 }
 
-# A user of a lesser kind can reach it, too.
+# As a clone would be: without what is built. A user of a lesser kind can reach it, too.
 CLONE = "/srv/tabwarden"
 
-# What is removed and not committed is still listed.
-COPY_OF_THE_TREE = (
-    "git ls-files -z --cached --others --exclude-standard | tar --null --ignore-failed-read --no-recursion -T - -c"
-)
+# The tree's files on standard output. What is removed and not committed is still listed.
+PACK = "git ls-files -z --cached --others --exclude-standard | tar --null --ignore-failed-read -T - -c"
 
 # What each script begins with: a request as the user "NAME:PASSWORD", and a server that answers before it goes on.
 BEGINNING = """
@@ -176,7 +171,15 @@ odbcinst -u -d -n NORDVALE_ISAM
 script/private-postgresql stop /tmp/database
 """
 
-SCRIPTS = {"readme": README, "samples": SAMPLES, "postgresql": POSTGRESQL}
+# In the place of this tree itself, for which the tests have been built.
+TESTS = rf"""
+cd {ROOT}
+cmake --preset tests && cmake --build build/tests
+ctest --test-dir build/tests -R Template
+TABWARDEN_BUILD=$PWD/build/tests /usr/bin/python3 -m pytest tests/pages/test_templates.py
+"""
+
+SCRIPTS = {"readme": README, "samples": SAMPLES, "postgresql": POSTGRESQL, "tests": TESTS}
 
 
 def shown_lines(document):
@@ -195,14 +198,19 @@ def shown_lines(document):
 
 @pytest.fixture(scope="module")
 def machine():
-    """This one's system, with the tree in CLONE as a clone would have it: without what is built."""
+    """This one's system, with the tree in CLONE and, whatever folder that is here, in its own place."""
     if missing := what_is_missing():
         pytest.skip(missing)
-    tree = subprocess.run(COPY_OF_THE_TREE, shell=True, cwd=ROOT, stdout=subprocess.PIPE, check=True).stdout
     with quiet_machine("/") as machine:
-        machine.run("mkdir", CLONE)
-        machine.run("tar", "-xC", CLONE, typed=tree)
+        unpack(machine, CLONE, PACK)
+        unpack(machine, ROOT, f"mkdir -p build/tests && {PACK} build/tests")
         yield machine
+
+
+def unpack(machine, folder, pack):
+    packed = subprocess.run(pack, shell=True, cwd=ROOT, stdout=subprocess.PIPE, check=True).stdout
+    machine.run("mkdir", "-p", folder)
+    machine.run("tar", "-xC", folder, typed=packed)
 
 
 @pytest.mark.parametrize("document", DOCUMENTS)
