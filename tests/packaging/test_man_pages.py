@@ -5,6 +5,7 @@ import subprocess
 
 import pytest
 
+from support.packaged_commands import MANUAL_PAGES
 from support.server import BUILD, PROGRAM, ROOT, uninstrumented
 
 PAGES = {page.name: page for page in sorted((ROOT / "packaging" / "man").iterdir())}
@@ -53,6 +54,15 @@ def test_man_has_no_complaint(page):
 def test_each_page_of_ours_that_is_referred_to_is_there(page):
     referred = re.findall(r"^\.Xr (tabwarden\w*|isam_\w+) (\d)", PAGES[page].read_text(), re.MULTILINE)
     assert [f"{name}.{section}" for name, section in referred if f"{name}.{section}" not in PAGES] == []
+
+
+@every_page
+def test_each_line_that_a_page_shows_is_run_by_a_test(page):
+    blocks = re.findall(r"^\.Bd [^\n]*\n(.*?)^\.Ed$|^\.Dl ([^\n]*)", PAGES[page].read_text(), re.MULTILINE | re.DOTALL)
+    lines = [line for block in blocks for line in "\n".join(block).splitlines() if line]
+    # tests/security runs one like it.
+    not_run = {"ssh -N -L 8451:localhost:8451 server.example.com"}
+    assert lines and [line for line in lines if line not in {*MANUAL_PAGES.splitlines(), *not_run}] == []
 
 
 def test_the_options_are_those_of_the_usage():

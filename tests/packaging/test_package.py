@@ -6,7 +6,7 @@ import subprocess
 
 import pytest
 
-from support.packaged_commands import INSTALLATION, SERVICE
+from support.packaged_commands import INSTALLATION, MANUAL_PAGES, SERVICE
 from support.sample import Visitor
 from support.server import ROOT, wait_until
 from support.service import Service, install
@@ -134,6 +134,10 @@ def test_with_the_documents_of_the_package_the_log_is_switched_on(service):
 
 def test_what_the_service_document_says_works_as_it_stands(service):
     service.machine.shell(SERVICE, seconds=100)
+
+
+def test_what_the_manual_pages_say_works_as_it_stands(service):
+    service.machine.shell(MANUAL_PAGES, seconds=100)
 
 
 def test_with_the_packages_a_postgresql_database_is_set_up_as_the_documents_say(booted, packages):

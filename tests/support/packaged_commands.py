@@ -81,3 +81,55 @@ psql -h 127.0.0.1 -U accounts_admin -f /usr/share/tabwarden/postgresql/install.s
 printf '[accounts]\nDriver=Tabrin\nServername=127.0.0.1\nPort=5432\nDatabase=accounts\n' | odbcinst -i -s -l -r
 psql -q -h 127.0.0.1 -U accounts_admin -c 'create table orders (id integer)' accounts
 """
+
+# Of the manual pages.
+MANUAL_PAGES = BEGINNING + r"""
+cat >make <<'END'
+cd /var/lib/tabwarden
+systemd-ask-password | runuser -u tabwarden -- isam_create accounts.db admin
+END
+script --quiet --return --command 'bash -e make' /dev/null <<<'a secret'
+rm /var/lib/tabwarden/accounts.db
+
+cat >/etc/odbc.ini <<'END'
+[accounts]
+Driver=NORDVALE_ISAM
+Database=/var/lib/tabwarden/accounts.db
+StatementLog=/var/lib/tabwarden/accounts.log
+END
+cd /var/lib/tabwarden
+{
+runuser -u tabwarden -- isam_create accounts.db admin
+} <<<PASSWORD
+{
+runuser -u tabwarden -- isql accounts admin PASSWORD
+} <<<"insert into nordvale.system.user values ('anna', '', 'a;b}c')"
+read -r connection <<'END'
+DSN=accounts;UID=anna;PWD={a;b}}c}
+END
+isql -b -k "$connection" <<<'select 1'
+grep -q $'\tanna\tok\t{connect}' accounts.log
+
+cat >/usr/local/nordvale/bare_product/nareproduct.ini <<'END'
+[Settings]
+LogDir=/var/log/tabwarden
+END
+install -m 600 -o tabwarden -g tabwarden /dev/null /var/log/tabwarden/kelvohttp.log
+systemctl restart tabwarden
+wait_for 'grep -q "Logging started" $log'
+
+mkdir /srv/odbc
+cat >/srv/odbc/odbcinst.ini <<'END'
+[NORDVALE_ISAM]
+Driver=/usr/local/lib/odbc/libtabwarden_isam.so
+END
+printf '[elsewhere]\nDriver=NORDVALE_ISAM\n' >/srv/odbc/odbc.ini
+cat >serve <<'END'
+ODBCSYSINI=/srv/odbc ODBCINI=/dev/null tabwarden -p 9000
+END
+bash serve >/dev/null 2>&1 &
+wait_for 'ss -Hltn sport = 9000 | grep -q .'
+exec 3<>/dev/tcp/127.0.0.1/9000
+printf 'GET / HTTP/1.1\r\nHost: localhost\r\n\r\n' >&3
+grep -q '<option[^>]*>elsewhere' <&3
+"""
