@@ -26,9 +26,8 @@ CODE = code_of_the_pages()
 def test_each_statement_of_the_pages_is_there():
     texts = (text.replace(r"\"", '"') for text in re.findall(r'"((?:[^"\\\n]|\\.)*)"', CODE))
     sent = [one_line(text) for text in texts if text.startswith(SQL)]
-    assert len(sent) == 8
     told = one_line(re.sub(r"<\w+>", "%s", TEXT))
-    assert [statement for statement in sent if statement not in told] == []
+    assert sent and [statement for statement in sent if statement not in told] == []
 
 
 def test_the_odbc_calls_are_those_of_the_pages():
