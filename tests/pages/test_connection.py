@@ -144,6 +144,21 @@ def test_a_client_that_sends_nothing_holds_the_server_too(server):
         assert undated(read_all(second)) == ANSWER
 
 
+def test_a_client_that_does_not_read_its_page_holds_the_server_too(server):
+    with socket.socket() as first:
+        # On one machine the page would fit into the connection otherwise.
+        first.setsockopt(socket.IPPROTO_TCP, socket.TCP_MAXSEG, 536)
+        first.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1)
+        first.connect(("127.0.0.1", server.port))
+        first.sendall(b"GET / HTTP/1.1\r\n\r\n")
+        with server.connect() as second:
+            second.sendall(REQUEST)
+            assert is_silent(second, MOMENT)
+            assert server.unread(second) == len(REQUEST)
+            first.close()
+            assert undated(read_all(second)) == ANSWER
+
+
 def test_waiting_clients_are_served_in_the_order_in_which_they_came(logging_server):
     with held(logging_server) as first:
         waiting = [logging_server.connect() for _ in range(4)]
@@ -185,9 +200,11 @@ def test_answering_a_request_may_cost_any_time(server):
         assert resource.prlimit(child, resource.RLIMIT_CPU) == resource.getrlimit(resource.RLIMIT_CPU)
 
 
-def test_a_child_that_waits_for_a_closed_client_ends_with_its_processor_time(server):
-    with held(server) as first, server.connect() as second:
+@pytest.mark.parametrize("data", [b"", REQUEST[:10]])
+def test_a_child_that_waits_for_a_closed_client_ends_with_its_processor_time(server, data):
+    with held(server, data) as first, server.connect() as second:
         second.sendall(REQUEST)
+        wait_until(server.children)
         first.shutdown(socket.SHUT_WR)
         (child,) = server.children()
         # Not to wait for all of it.
