@@ -8,6 +8,7 @@ sys.path.insert(0, str(Path(__file__).parent))
 
 from support import kinds  # noqa: E402
 from support.postgresql import PrivatePostgresql  # noqa: E402
+from support.relay import Relay  # noqa: E402
 from support.server import REPORTS, RunningServer, install_html, write_product_ini  # noqa: E402
 
 
@@ -83,3 +84,12 @@ def either(prepared_kind):
     """The data source with the sample in it."""
     prepared_kind.reset()
     return prepared_kind
+
+
+@pytest.fixture
+def relay(kinds_server, either):
+    """Between the browser and a server with the sample as its data source."""
+    between = Relay(kinds_server.port)
+    between.address = f"http://localhost:{between.port}/"
+    yield between
+    between.stop()

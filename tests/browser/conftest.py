@@ -1,7 +1,6 @@
 import pytest
 
 from support import browser as browsers
-from support.relay import Relay
 
 
 @pytest.fixture(scope="session")
@@ -20,12 +19,3 @@ def browser(shared_browser):
 def site(kinds_server, either):
     """The address of a server with the sample as its data source, once of each kind."""
     return f"http://localhost:{kinds_server.port}/"
-
-
-@pytest.fixture
-def relay(kinds_server, either):
-    """Between the browser and such a server."""
-    between = Relay(kinds_server.port)
-    between.address = f"http://localhost:{between.port}/"
-    yield between
-    between.stop()

@@ -2,7 +2,7 @@
 
 import base64
 import tempfile
-from contextlib import contextmanager
+from contextlib import contextmanager, nullcontext
 
 from selenium import webdriver
 from selenium.common.exceptions import WebDriverException
@@ -20,12 +20,13 @@ SECONDS = 45
 
 
 @contextmanager
-def started_browser(accept_insecure_certs=False):
+def started_browser(*further_arguments, accept_insecure_certs=False, profile=None):
+    """Its files are in the folder `profile`, or in one that is gone at the end."""
     options = webdriver.ChromeOptions()
     options.accept_insecure_certs = accept_insecure_certs
     options.binary_location = "/usr/bin/chromium"
     options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
-    with tempfile.TemporaryDirectory() as profile:
+    with nullcontext(profile) if profile else tempfile.TemporaryDirectory() as profile:
         for argument in (
             "--headless",
             "--no-sandbox",
@@ -37,6 +38,7 @@ def started_browser(accept_insecure_certs=False):
             "--no-first-run",
             "--window-size=1200,900",
             f"--user-data-dir={profile}",
+            *further_arguments,
         ):
             options.add_argument(argument)
         service = webdriver.chrome.service.Service("/usr/bin/chromedriver", env=uninstrumented())

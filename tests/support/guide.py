@@ -31,9 +31,9 @@ def replaced(text, old, new):
 class Front:
     """A program of the guide between the browser and the server, on a port and with a certificate of its own."""
 
-    def __init__(self, folder, server_port):
+    def __init__(self, folder, server_port, port=None):
         self.folder = folder
-        self.port = free_port()
+        self.port = port or free_port()
         self.server_port = server_port
         self.address = f"https://localhost:{self.port}/"
         self.certificate = folder / "tabwarden.pem"
@@ -93,8 +93,8 @@ def nginx(front):
     )
     main = front.folder / "nginx.conf"
     main.write_text(
-        f"daemon off; master_process off; pid {front.folder}/nginx.pid; error_log {front.folder}/error.log; events {{}}\n"
-        f"http {{ access_log off; {paths} include {site}; }}\n"
+        f"daemon off; master_process off; pid {front.folder}/nginx.pid; error_log {front.folder}/error.log warn; events {{}}\n"
+        f"http {{ access_log {front.folder}/access.log; {paths} include {site}; }}\n"
     )
     with running(["/usr/sbin/nginx", "-e", front.folder / "error.log", "-c", main], front.port):
         yield

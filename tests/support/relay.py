@@ -9,10 +9,12 @@ from support.server import read_all
 
 
 class Relay:
-    """Listens on a port of its own. `bodies` has each posted body; `spoil` makes of an answer's bytes what goes on."""
+    """Listens on a port of its own. `posts` has each posted request, `bodies` its body; `spoil` makes of an answer's
+    bytes what goes on."""
 
     def __init__(self, port):
         self.server_port = port
+        self.posts = []
         self.bodies = []
         self.spoil = lambda answer: answer
         self.listener = socket.create_server(("127.0.0.1", 0))
@@ -44,6 +46,7 @@ class Relay:
                 return
             posted = request.startswith(b"POST")
             if posted:
+                self.posts.append(request)
                 self.bodies.append(request.partition(b"\r\n\r\n")[2])
             with socket.create_connection(("127.0.0.1", self.server_port)) as server:
                 server.settimeout(60)
