@@ -6,7 +6,6 @@ what the query gives behind a statement that succeeded; "changed" when a failed 
 usage: failing_memory.py {cancel | refuse} USER PASSWORD STATEMENT QUERY
 """
 import ctypes
-import os
 import sys
 
 kind, user, password, statement, query = sys.argv[1:]
@@ -73,5 +72,4 @@ for _ in range(2):
             print("changed")
         if unmet > 0:
             break
-sys.stdout.flush()
-os._exit(0)     # what Python would take down first is called until the end
+connection.close()      # Python takes down what SQLite calls before it would end this by itself
