@@ -159,6 +159,8 @@ SQLRETURN bind_parameters(Statement &statement, sqlite3_stmt *prepared)
         int result = bind_value(prepared, number, statement.parameters[index]);
         if (result < 0)
             return fail(statement.diagnostics, "HYC00", "The C type of a parameter is not served");
+        if (result == SQLITE_NOMEM)
+            return fail_with_sqlite(statement.diagnostics, statement.connection->database);
         if (result != SQLITE_OK)
             return fail(statement.diagnostics, "22003", "Parameter " + std::to_string(number) + " is out of range");
     }

@@ -1,7 +1,7 @@
 """A program of its own: executes a statement again and again, with a fault at the first, second, third ... piece of
 memory that SQLite takes meanwhile, until none is left. Each is rolled back. Prints the SQLSTATE of each time in lines, or
 what the query gives behind a statement that succeeded; "changed" when a failed one left something behind. The statement
-"{SQLTables}" is that call, its result a number of rows.
+"{SQLTables}" is that call, its result a number of rows; "?" stands for anna.
 
 usage: failing_memory.py {cancel | refuse} USER PASSWORD STATEMENT QUERY
 """
@@ -61,7 +61,7 @@ for _ in range(2):
             if statement == "{SQLTables}":
                 outcome = len(connection.cursor().tables().fetchall())
             else:
-                connection.execute(statement)
+                connection.execute(statement, ["anna"] * statement.count("?"))
                 outcome = None
         except pyodbc.Error as error:
             outcome = error.args[0]

@@ -34,6 +34,11 @@ def test_what_ran_out_of_memory_is_either_done_or_failed(staffed, statement, que
     assert len(found) > 30 and set(found) == {"HY001", done}
 
 
+def test_a_parameter_that_finds_no_memory_is_not_called_out_of_range(staffed):
+    found = outcomes(staffed, "refuse", "admin", "secret", "delete from nordvale.system.user where username = ?")
+    assert len(found) > 30 and set(found) == {"HY001", "HY008", "done"}
+
+
 def test_a_list_of_tables_is_whole_or_failed(staffed):
     staffed.execute("create table another (a)")
     found = outcomes(staffed, "refuse", "admin", "secret", "{SQLTables}")
