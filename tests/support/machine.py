@@ -69,9 +69,8 @@ def what_is_missing():
         return "a throwaway machine takes root"
     with empty_folder() as folder:
         layer = ["unshare", *NAMESPACES, "sh", "-c", LAYER, "sh", "/etc", folder]
-        if subprocess.run(layer, capture_output=True).returncode != 0:
-            return "no namespaces, or no layers of folders, for a throwaway machine"
-    return None
+        done = subprocess.run(layer, capture_output=True, text=True)
+    return f"no throwaway machine here: {done.stderr.strip()}" if done.returncode != 0 else None
 
 
 def what_is_missing_to_boot():
