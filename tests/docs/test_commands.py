@@ -202,6 +202,8 @@ def machine():
     if missing := what_is_missing():
         pytest.skip(missing)
     with quiet_machine("/") as machine:
+        # What lies there may be this very clone, with what was built and tried in it.
+        machine.shell(f"mkdir -p {CLONE}; mount -t tmpfs -o mode=0755 tmpfs {CLONE}")
         unpack(machine, CLONE, PACK)
         unpack(machine, ROOT, f"mkdir -p build/tests && {PACK} build/tests")
         yield machine
