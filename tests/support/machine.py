@@ -77,6 +77,8 @@ def what_is_missing_to_boot():
     """Why there can be no booted machine here, or None."""
     if missing := what_is_missing():
         return missing
+    if subprocess.run(["unshare", "--user", "true"], capture_output=True).returncode != 0:
+        return "no user namespaces for the service in a throwaway machine"
     groups = control_groups("cgroup2")
     return None if groups and os.access(groups[0], os.W_OK) else "no control groups for a throwaway machine"
 
