@@ -90,6 +90,5 @@ def either(prepared_kind):
 def relay(kinds_server, either):
     """Between the browser and a server with the sample as its data source."""
     between = Relay(kinds_server.port)
-    between.address = f"http://localhost:{between.port}/"
     yield between
     between.stop()

@@ -5,6 +5,7 @@ import pytest
 from support import browser as browsers
 from support.browser import notices, press, visit, wait_until
 from support.kinds import NAME, ON_EMBEDDED, UNREACHABLE
+from support.relay import Relay
 from support.sample import SampleSource, user_statement
 from support.server import RunningServer, install_html
 from support.source import ODBC_DIR, list_sources
@@ -21,7 +22,9 @@ def office():
     source.reset()
     install_html()
     server = RunningServer(environment=environment)
-    yield f"http://localhost:{server.port}/"
+    between = Relay(server.port)
+    yield between.address
+    between.stop()
     server.stop()
 
 
@@ -126,7 +129,9 @@ def test_without_a_page_the_reader_is_told_why_and_can_go_on(browser, relay, spo
 
 @pytest.fixture
 def without_data_sources(running_server):
-    return f"http://localhost:{running_server.port}/"
+    between = Relay(running_server.port)
+    yield between.address
+    between.stop()
 
 
 @pytest.mark.parametrize("script", [True, False])

@@ -136,8 +136,9 @@ def test_what_the_service_document_says_works_as_it_stands(service):
     service.machine.shell(SERVICE, seconds=100)
 
 
-def test_what_the_manual_pages_say_works_as_it_stands(service):
+def test_what_the_manual_pages_say_works_as_it_stands_and_the_service_can_open_their_database(service):
     service.machine.shell(MANUAL_PAGES, seconds=100)
+    assert "__newuser" in Visitor(service, None).page([("users_refresh", "")], user="admin", password="PASSWORD")
 
 
 def test_with_the_packages_a_postgresql_database_is_set_up_as_the_documents_say(booted, packages):
@@ -156,15 +157,6 @@ def test_with_the_packages_a_postgresql_database_is_set_up_as_the_documents_say(
 def test_the_document_of_the_package_sets_a_postgresql_database_up_in_the_same_way(tabwarden):
     commands = documented(tabwarden, "A PostgreSQL database")
     assert commands and [command for command in commands if command not in INSTALLATION.splitlines()] == []
-
-
-def test_the_embedded_drivers_manual_page_makes_a_database_that_the_service_can_open(service):
-    machine = service.machine
-    page = machine.run("zcat", "/usr/share/man/man5/tabwarden_isam.5.gz")
-    _, source, commands = re.findall(r"^\.Bd [^\n]*\n(.*?)^\.Ed$", page, re.MULTILINE | re.DOTALL)
-    machine.write("/etc/odbc.ini", source)
-    machine.shell(commands.replace("PASSWORD", "secret"), typed="secret\n")
-    assert "__newuser" in Visitor(service, None).page([("users_refresh", "")], user="admin", password="secret")
 
 
 def test_the_links_of_the_installed_documents_lead_somewhere(tabwarden, packages):

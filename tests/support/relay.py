@@ -9,7 +9,7 @@ from support.server import read_all
 
 
 class Relay:
-    """Listens on a port of its own. `posts` has each posted request, `bodies` its body; `spoil` makes of an answer's
+    """Listens on a port of its own; a browser goes to `address`. `posts` has each posted request, `bodies` its body; `spoil` makes of an answer's
     bytes what goes on."""
 
     def __init__(self, port):
@@ -19,6 +19,7 @@ class Relay:
         self.spoil = lambda answer: answer
         self.listener = socket.create_server(("127.0.0.1", 0))
         self.port = self.listener.getsockname()[1]
+        self.address = f"http://localhost:{self.port}/"
         self.thread = threading.Thread(target=self._serve, daemon=True)
         self.thread.start()
 
