@@ -2,12 +2,13 @@
 
 import re
 import subprocess
+import tempfile
 
 import pytest
 
 from support.machine import quiet_machine, what_is_missing
 from support.packaged_commands import INSTALLATION, SERVICE
-from support.server import ROOT
+from support.server import BUILD, ROOT
 
 DOCUMENTS = ["README.md", *(f"docs/{path.name}" for path in sorted((ROOT / "docs").glob("*.md"))), "embedded/README.md"]
 
@@ -205,16 +206,16 @@ def machine():
     if missing := what_is_missing():
         pytest.skip(missing)
     with quiet_machine("/") as machine:
-        # What lies there may be this very clone, with what was built and tried in it.
-        machine.shell(f"mkdir -p {CLONE}; mount -t tmpfs -o mode=0755 tmpfs {CLONE}")
         unpack(machine, CLONE, PACK)
         unpack(machine, ROOT, PACK_WITH_TESTS)
         yield machine
 
 
 def unpack(machine, folder, pack):
+    """Puts the tree there, and nothing else: of what lies there outside, the layer would show what others write now."""
     packed = subprocess.run(pack, shell=True, cwd=ROOT, stdout=subprocess.PIPE, check=True).stdout
     machine.run("mkdir", "-p", folder)
+    machine.run("mount", "-t", "tmpfs", "-o", "mode=0755", "tmpfs", folder)
     machine.run("tar", "-xC", folder, typed=packed)
 
 
@@ -224,6 +225,11 @@ def test_each_line_of_a_document_is_run_by_a_script(document):
     scripts = (*SCRIPTS.values(), SERVICE, INSTALLATION)
     run = {line.strip() for script in scripts for line in script.splitlines()}
     assert [line for line in shown_lines(document) if line not in run and line not in NOT_RUN] == []
+
+
+def test_the_scripts_do_not_see_what_other_tests_write_meanwhile(machine):
+    with tempfile.TemporaryDirectory(dir=BUILD) as folder:
+        assert machine.attempt("test", "-e", folder).returncode == 1
 
 
 @pytest.mark.parametrize("name", SCRIPTS)
