@@ -8,6 +8,7 @@ import signal
 import socket
 import subprocess
 import time
+from collections import deque
 from contextlib import contextmanager, suppress
 from pathlib import Path
 
@@ -42,11 +43,17 @@ def uninstrumented(**further):
     return {**{name: value for name, value in os.environ.items() if name != "LD_PRELOAD"}, **further}
 
 
+# Bound and not listened at: a server that reuses addresses can have these ports, and the system gives them to nobody.
+RESERVED_PORTS = deque(maxlen=100)
+
+
 def free_port():
-    with socket.socket() as probe:
-        probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
+    """A port for a server of the caller's, which another run of the tests, at the same time, is not given meanwhile."""
+    probe = socket.socket()
+    probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    probe.bind(("127.0.0.1", 0))
+    RESERVED_PORTS.append(probe)
+    return probe.getsockname()[1]
 
 
 @contextmanager
