@@ -89,6 +89,5 @@ def either(prepared_kind):
 @pytest.fixture
 def relay(kinds_server, either):
     """Between the browser and a server with the sample as its data source."""
-    between = Relay(kinds_server.port)
-    yield between
-    between.stop()
+    with Relay(kinds_server.port) as between:
+        yield between

@@ -284,7 +284,7 @@ def test_nothing_is_read_before_the_button_is_pressed_and_then_each_user_once(br
     visit(browser, relay.address, "reports")
     assert not [body for body in relay.bodies if b"rights" in body]
     assert not find_all(browser, ".report .tools:not([hidden])")
-    relay.bodies.clear()
+    relay.posts.clear()
     tell(browser, "Gather")
     wait_for_state(browser, "Data source")
     assert relay.bodies == [body(user) for user in READ]
@@ -293,7 +293,7 @@ def test_nothing_is_read_before_the_button_is_pressed_and_then_each_user_once(br
 @ON_EMBEDDED
 def test_another_data_source_in_the_list_does_not_get_into_the_report(browser, relay):
     visit(browser, relay.address, "reports")
-    relay.bodies.clear()
+    relay.posts.clear()
     browsers.Select(browsers.field(browser, "datasource")).select_by_value(UNREACHABLE)
     tell(browser, "Gather")
     wait_for_state(browser, f"Data source {NAME}")
@@ -314,7 +314,7 @@ def after_two(relay, do):
 @ON_EMBEDDED
 def test_stopped_it_shows_what_has_been_read_and_goes_on_from_there(browser, relay):
     visit(browser, relay.address, "reports")
-    relay.bodies.clear()
+    relay.posts.clear()
     over = threading.Event()
     after_two(relay, lambda answer: answer if over.wait(browsers.SECONDS) else b"")
     tell(browser, "Gather")
@@ -420,7 +420,7 @@ def test_a_table_that_is_made_meanwhile_comes_last(browser, relay, either):
 def test_the_report_stays_while_other_pages_are_shown(browser, relay):
     gather(browser, relay.address)
     press(browser, "users")
-    relay.bodies.clear()
+    relay.posts.clear()
     press(browser, "reports")
     assert matrix(browser)[2] == HELD
     assert len(relay.bodies) == 1
@@ -438,7 +438,7 @@ def test_who_leaves_the_page_stops_and_finds_what_has_been_read(browser, relay, 
         return answer
 
     after_two(relay, hold_back)
-    relay.bodies.clear()
+    relay.posts.clear()
     tell(browser, "Gather")
     wait_until(browser, lambda: len(relay.bodies) == 3)
     for button in buttons:

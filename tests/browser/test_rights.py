@@ -136,7 +136,7 @@ def test_boxes_as_they_were_are_not_submitted(browser, relay):
     visit(browser, relay.address, "rights", user="mary")
     for _ in range(2):
         box(browser, ORDERS, "update").click()
-    relay.bodies.clear()
+    relay.posts.clear()
     assert asked(browser, "submit_selection") == []
     assert question(browser).text.startswith("Nothing has been changed")
     assert [body for body in relay.bodies if b"submit_selection" in body] == []

@@ -70,7 +70,7 @@ def test_a_submission_is_not_sent_when_the_page_cannot_be_read_before(browser, r
     visit(browser, relay.address, "users")
     type_into(browser, "Abe_file", "moved")
     relay.spoil = lambda answer: b""
-    relay.bodies.clear()
+    relay.posts.clear()
     button(browser, "submit_users").click()
     (text,) = wait_until(browser, lambda: texts(browser, "bad"))
     assert text.startswith("No answer came") and "Nothing has been submitted." in text
@@ -153,7 +153,7 @@ def test_nothing_is_submitted_to_another_data_source_than_is_shown(browser, rela
     visit(browser, relay.address, "users")
     type_into(browser, "Abe_file", "moved")
     browsers.Select(field(browser, "datasource")).select_by_value(UNREACHABLE)
-    relay.bodies.clear()
+    relay.posts.clear()
     button(browser, "submit_users").click()
     assert "Press Refresh first" in question(browser).text
     answer_question(browser, agree=False)
@@ -198,7 +198,7 @@ def test_changes_are_marked_until_they_are_submitted(browser, site):
 
 def test_enter_in_the_filter_submits_nothing(browser, relay):
     visit(browser, relay.address, "rights", user="mary")
-    relay.bodies.clear()
+    relay.posts.clear()
     find(browser, ".filter input").send_keys("north\n")
     assert not find_all(browser, "dialog") and relay.bodies == [] and browser.title.endswith(f"{NAME} – tabwarden")
 
@@ -266,7 +266,7 @@ def test_back_closes_the_question_and_changes_nothing(browser, relay):
     press(browser, "rights")
     button(browser, "rights_revoke").click()
     question(browser)
-    relay.bodies.clear()
+    relay.posts.clear()
     browser.back()
     wait_until(browser, lambda: not find_all(browser, "dialog"))
     assert browser.title.startswith("Rights") and relay.bodies == []

@@ -22,9 +22,8 @@ def office():
     source.reset()
     install_html()
     server = RunningServer(environment=environment)
-    between = Relay(server.port)
-    yield between.address
-    between.stop()
+    with Relay(server.port) as between:
+        yield between.address
     server.stop()
 
 
@@ -65,7 +64,7 @@ def test_back_and_forward_show_the_pages_that_were_seen(browser, site):
 @ON_EMBEDDED
 def test_reloading_shows_the_same_page_again(browser, relay):
     visit(browser, relay.address, "rights", user="mary")
-    relay.bodies.clear()
+    relay.posts.clear()
     browser.refresh()
     titled(browser, "Rights of mary")
     assert relay.bodies == [b"datasource=accounts&last_datasource=accounts&isamuser=mary&rights_refresh=&form_end=1"]
@@ -74,7 +73,7 @@ def test_reloading_shows_the_same_page_again(browser, relay):
 @ON_EMBEDDED
 def test_the_name_on_top_leads_to_the_start_page(browser, relay):
     visit(browser, relay.address, "users")
-    relay.bodies.clear()
+    relay.posts.clear()
     browsers.find(browser, "header a").click()
     wait_until(browser, lambda: browser.title == "tabwarden")
     press(browser, "reports")
@@ -129,9 +128,8 @@ def test_without_a_page_the_reader_is_told_why_and_can_go_on(browser, relay, spo
 
 @pytest.fixture
 def without_data_sources(running_server):
-    between = Relay(running_server.port)
-    yield between.address
-    between.stop()
+    with Relay(running_server.port) as between:
+        yield between.address
 
 
 @pytest.mark.parametrize("script", [True, False])

@@ -10,10 +10,10 @@ import pytest
 from support.postgresql import INSTALL
 from support.sample import Visitor
 from support.server import ROOT, read_all, uninstrumented, wait_until
+from support.service import EXAMPLES
 from support.source import ADMINISTRATOR, PASSWORD
 
 UNIT = ROOT / "packaging" / "tabwarden.service"
-EXAMPLES = ROOT / "packaging" / "examples"
 MANUAL_PAGE = ROOT / "packaging" / "man" / "tabwarden.8"
 
 
@@ -287,8 +287,6 @@ def test_a_postgresql_database_is_changed(service, visitor, host, user):
 
 
 LOG_BEGIN = "Logging started\nStarted logging Gantry HTTP Server\nUsing port 8451\n"
-
-
 LOG = "/var/log/tabwarden/kelvohttp.log"
 
 

@@ -29,9 +29,7 @@ def front_of(kinds_server, tmp_path_factory):
             started[name, for_browser] = front
         return started[name, for_browser]
 
-    relay = Relay(kinds_server.port)
-    with ExitStack() as fronts:
-        fronts.callback(relay.stop)
+    with Relay(kinds_server.port) as relay, ExitStack() as fronts:
         yield start
 
 

@@ -5,11 +5,11 @@ from pathlib import Path
 import pytest
 
 from support.browser import find, find_all, wait_until
+from support.forms import MARYS_RIGHTS
 from support.kinds import NAME
 from support.other_site import SEND_FORM, OnIpv6, log_in, other_site
 
-OF_MARY = (("datasource", NAME), ("last_datasource", NAME), ("isamuser", "mary"), ("last_isamuser", "mary"))
-GRANT_ALL = (*OF_MARY, ("rights_refresh", "x"), ("rights_grant", "x"))
+GRANT_ALL = (*MARYS_RIGHTS, ("rights_refresh", "x"), ("rights_grant", "x"))
 
 SHOW_FRAME = """
 const [name, address] = arguments;

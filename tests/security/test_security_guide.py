@@ -11,13 +11,13 @@ import pytest
 from support import guide
 from support.browser import box, find, press, press_and_agree, show_rights
 from support.browser import wait_until as wait_until_shown
+from support.forms import MARYS_RIGHTS
 from support.guide import Front
 from support.kinds import NAME, STOCK, UNREACHABLE
 from support.other_site import SEND_FORM, log_in
 from support.server import HTML_DIR, is_silent, read_all, wait_until
 from support.source import ADMINISTRATOR, PASSWORD
 
-MARYS_RIGHTS = (("datasource", NAME), ("last_datasource", NAME), ("isamuser", "mary"), ("last_isamuser", "mary"))
 USERS_PAGE = (("datasource", NAME), ("last_datasource", NAME), ("users_refresh", "1"))
 FILE = b"GET /images/users.png HTTP/1.1\r\nHost: localhost\r\n\r\n"
 MOMENT = 0.05

@@ -1,6 +1,10 @@
 """The fields that a browser posts from the pages as they were drawn."""
 
+from support.kinds import NAME
 from support.pages import PRIVILEGES, USERS, row_key
+
+# With which every form of her rights page begins.
+MARYS_RIGHTS = (("datasource", NAME), ("last_datasource", NAME), ("isamuser", "mary"), ("last_isamuser", "mary"))
 
 
 def drawn(users=USERS, administrator="admin"):

@@ -7,6 +7,9 @@ log=/var/log/tabwarden/kelvohttp.log
 wait_for() {
     until eval "$1" 2>/dev/null; do sleep 0.1; done
 }
+wait_for_port() {
+    wait_for "ss -Hltn sport = $1 | grep -q ."
+}
 """
 
 # Of docs/service.md.
@@ -22,7 +25,7 @@ install -m 644 -D packaging/nareproduct.ini /usr/local/nordvale/bare_product/nar
 systemctl daemon-reload
 
 systemctl enable --now tabwarden
-wait_for 'ss -Hltn sport = 8451 | grep -q .'
+wait_for_port 8451
 systemctl status tabwarden
 journalctl -u tabwarden
 {
@@ -35,7 +38,7 @@ cat >$drop_ins/folder.conf <<'END'
 ReadWritePaths=/srv/databases
 END
 systemctl daemon-reload && systemctl restart tabwarden
-wait_for 'ss -Hltn sport = 8451 | grep -q .'
+wait_for_port 8451
 
 cat >$drop_ins/port.conf <<'END'
 [Service]
@@ -46,7 +49,7 @@ CapabilityBoundingSet=CAP_NET_BIND_SERVICE
 PrivateUsers=no
 END
 systemctl daemon-reload && systemctl restart tabwarden
-wait_for 'ss -Hltn sport = 80 | grep -q .'
+wait_for_port 80
 rm -r $drop_ins
 systemctl daemon-reload
 
@@ -56,7 +59,7 @@ wait_for 'grep -q "Logging started" $log'
 touch $log.1
 rm /var/log/tabwarden/kelvohttp.log*
 systemctl restart tabwarden
-wait_for 'ss -Hltn sport = 8451 | grep -q .'
+wait_for_port 8451
 ! ls $log*
 
 systemctl disable --now tabwarden
@@ -66,7 +69,7 @@ systemctl disable --now tabwarden
 # Of README.md and docs/postgresql.md. The packages are in build/package.
 INSTALLATION = BEGINNING + r"""
 apt install ./build/package/tabwarden_*.deb
-wait_for 'ss -Hltn sport = 8451 | grep -q .'
+wait_for_port 8451
 {
 apt install ./build/package/tabwarden_*.deb ./build/package/tabwarden-postgresql_*.deb
 } <<<y
@@ -128,7 +131,7 @@ cat >serve <<'END'
 ODBCSYSINI=/srv/odbc ODBCINI=/dev/null tabwarden -p 9000
 END
 bash serve >/dev/null 2>&1 &
-wait_for 'ss -Hltn sport = 9000 | grep -q .'
+wait_for_port 9000
 exec 3<>/dev/tcp/127.0.0.1/9000
 printf 'GET / HTTP/1.1\r\nHost: localhost\r\n\r\n' >&3
 grep -q '<option[^>]*>elsewhere' <&3

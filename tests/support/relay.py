@@ -9,13 +9,12 @@ from support.server import read_all
 
 
 class Relay:
-    """Listens on a port of its own; a browser goes to `address`. `posts` has each posted request, `bodies` its body; `spoil` makes of an answer's
-    bytes what goes on."""
+    """Listens on a port of its own until the end of its block; a browser goes to `address`. `posts` has each posted request;
+    `spoil` makes of an answer's bytes what goes on."""
 
     def __init__(self, port):
         self.server_port = port
         self.posts = []
-        self.bodies = []
         self.spoil = lambda answer: answer
         self.listener = socket.create_server(("127.0.0.1", 0))
         self.port = self.listener.getsockname()[1]
@@ -23,12 +22,20 @@ class Relay:
         self.thread = threading.Thread(target=self._serve, daemon=True)
         self.thread.start()
 
-    def stop(self):
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
         # A thread that waits in accept is not woken by close.
         with suppress(OSError):
             self.listener.shutdown(socket.SHUT_RDWR)
         self.listener.close()
         self.thread.join(20)
+
+    @property
+    def bodies(self):
+        """Those of the posts."""
+        return [post.partition(b"\r\n\r\n")[2] for post in self.posts]
 
     def _serve(self):
         while True:
@@ -48,7 +55,6 @@ class Relay:
             posted = request.startswith(b"POST")
             if posted:
                 self.posts.append(request)
-                self.bodies.append(request.partition(b"\r\n\r\n")[2])
             with socket.create_connection(("127.0.0.1", self.server_port)) as server:
                 server.settimeout(60)
                 server.sendall(request)

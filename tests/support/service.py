@@ -2,7 +2,7 @@
 
 from support.server import ROOT, Client, wait_until
 
-PACKAGING = ROOT / "packaging"
+EXAMPLES = ROOT / "packaging" / "examples"
 DROP_INS = "/run/systemd/system/tabwarden.service.d"
 
 
@@ -51,7 +51,7 @@ class Service(Client):
 
     def add(self, name, text=None):
         """A drop-in: one of the examples, unless its text is given."""
-        text = text or (PACKAGING / "examples" / name).read_text()
+        text = text or (EXAMPLES / name).read_text()
         self.machine.run("mkdir", "-p", DROP_INS)
         self.machine.write(f"{DROP_INS}/{name}", text)
         self.machine.run("systemctl", "daemon-reload")
